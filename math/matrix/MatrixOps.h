@@ -1,0 +1,52 @@
+// Operations on complex matrices that the network data relies on: identity,
+// sums and differences, the linear solve, the principal square root and the
+// eigen-decomposition.
+#pragma once
+
+#include <cstddef>
+
+#include "core/AComplex.h"
+#include "math/matrix/Matrix.h"
+#include "math/matrix/Vector.h"
+
+namespace TNT {
+
+using Complex = AComplex<double>;
+using CMatrix = Matrix<Complex>;
+using CVector = Vector<Complex>;
+
+// n x n identity.
+CMatrix Identity(int n);
+
+// Element-wise sum and difference of two matrices of equal shape. A shape
+// mismatch is a programming error: it is reported and the result is 0 x 0.
+CMatrix operator+(const CMatrix& A, const CMatrix& B);
+CMatrix operator-(const CMatrix& A, const CMatrix& B);
+
+// Solves A * X = B column by column by LU decomposition with partial
+// pivoting. X is first set to zeros of A.cols x B.cols. Returns 0 on
+// success, 2 when A is empty or not square (or B's rows differ), and another
+// non-zero code when A is singular; on any failure X is all zeros.
+int SolveLinear(const CMatrix& A, const CMatrix& B, CMatrix& X);
+
+// LU factorisation in place with partial pivoting; the pivot of column k is
+// the row whose element has the largest magnitude compared in single
+// precision. pivots[k] is the 1-based row swapped into row k. Returns 0, or
+// non-zero when a pivot is exactly zero.
+int LUDecompose(CMatrix& A, Vector<int>& pivots);
+
+// Principal square root (zero for zero).
+Complex ComplexSqrt(const Complex& z);
+
+// All eigenvalues and right eigenvectors (the columns of `vectors`) of a
+// general complex matrix, through LAPACK's zgeev. Returns 0 on success and
+// non-zero on failure, leaving the outputs unchanged.
+int ComputeEigenVectorsAndValues(const CMatrix& mat, CVector& values, CMatrix& vectors);
+
+// Bytes held by the elements: rows * cols * 16 for a complex matrix.
+inline std::size_t GetMemorySize(const CMatrix& A) {
+  return static_cast<std::size_t>(A.num_rows()) * static_cast<std::size_t>(A.num_cols()) *
+         sizeof(Complex);
+}
+
+}  // namespace TNT
