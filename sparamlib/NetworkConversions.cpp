@@ -1,0 +1,92 @@
+// S, Y and Z conversions shared by every kind of data point.
+#include "sparamlib/NetworkConversions.h"
+
+namespace nd {
+namespace {
+
+using TNT::CMatrix;
+using TNT::Complex;
+
+// sign * A + diagonal * I, built in one pass.
+CMatrix Shifted(const CMatrix& A, double sign, double diagonal) {
+  const int n = A.num_rows();
+  CMatrix R(n, n);
+  const Complex* a = A.data();
+  Complex* r = R.data();
+  for (int k = 0; k < n * n; ++k) r[k] = Complex(sign * a[k].re, sign * a[k].im);
+  for (int i = 0; i < n; ++i) R[i][i].re += diagonal;
+  return R;
+}
+
+CMatrix IdentityPlus(const CMatrix& A, double sign) { return Shifted(A, sign, 1.0); }
+
+// M(i, j) * r_i * r_j for every element, or M(i, j) / (r_i * r_j) with the
+// saturating division when `divide` is set.
+CMatrix ScaledByRoots(const CMatrix& M, const TNT::CVector& r, bool divide) {
+  const int n = M.num_rows();
+  CMatrix R(M);
+  for (int i = 0; i < n; ++i) {
+    Complex* row = R[i];
+    for (int j = 0; j < n; ++j) {
+      const Complex rr = r[i] * r[j];
+      if (divide) {
+        row[j] /= rr;
+      } else {
+        row[j] *= rr;
+      }
+    }
+  }
+  return R;
+}
+
+// A square input with a reference for every port; otherwise the output is
+// the zero matrix and the status that of a shape error.
+bool Compatible(const CMatrix& M, const TNT::CVector& r, CMatrix& out) {
+  if (M.num_rows() == M.num_cols() && r.size() >= M.num_rows()) return true;
+  out = CMatrix(M.num_cols(), M.num_cols());
+  return false;
+}
+
+constexpr int kShapeError = 2;
+
+}  // namespace
+
+TNT::CVector SqrtImpedances(const TNT::CVector& z) {
+  TNT::CVector r(z.size());
+  for (int k = 0; k < z.size(); ++k) r[k] = TNT::ComplexSqrt(z[k]);
+  return r;
+}
+
+int ConvertSToY(const CMatrix& S, const TNT::CVector& r, CMatrix& Y) {
+  if (!Compatible(S, r, Y)) return kShapeError;
+  CMatrix normalized;
+  const int status = TNT::SolveLinear(IdentityPlus(S, 1.0), IdentityPlus(S, -1.0), normalized);
+  Y = status == 0 ? ScaledByRoots(normalized, r, true) : std::move(normalized);
+  return status;
+}
+
+int ConvertSToZ(const CMatrix& S, const TNT::CVector& r, CMatrix& Z) {
+  if (!Compatible(S, r, Z)) return kShapeError;
+  CMatrix normalized;
+  const int status = TNT::SolveLinear(IdentityPlus(S, -1.0), IdentityPlus(S, 1.0), normalized);
+  Z = status == 0 ? ScaledByRoots(normalized, r, false) : std::move(normalized);
+  return status;
+}
+
+int ConvertYToS(const CMatrix& Y, const TNT::CVector& r, CMatrix& S) {
+  if (!Compatible(Y, r, S)) return kShapeError;
+  const CMatrix Yn = ScaledByRoots(Y, r, false);
+  return TNT::SolveLinear(IdentityPlus(Yn, 1.0), IdentityPlus(Yn, -1.0), S);
+}
+
+int ConvertZToS(const CMatrix& Z, const TNT::CVector& r, CMatrix& S) {
+  if (!Compatible(Z, r, S)) return kShapeError;
+  const CMatrix Zn = ScaledByRoots(Z, r, true);
+  return TNT::SolveLinear(Shifted(Zn, 1.0, 1.0), Shifted(Zn, 1.0, -1.0), S);
+}
+
+int Invert(const CMatrix& A, CMatrix& inverse) {
+  return TNT::SolveLinear(A, TNT::Identity(A.num_rows()), inverse);
+}
+
+}  // namespace nd

@@ -1,0 +1,126 @@
+// Modal data points: port impedances, propagation constants, the terminal
+// transform, and conversions referred to the port impedances.
+#include "sparamlib/NetworkModalData.h"
+
+#include "sparamlib/BlockMatrixIO.h"
+#include "sparamlib/NetworkDataVisitor.h"
+
+namespace {
+
+template <class T>
+std::unique_ptr<T> CloneOf(const std::unique_ptr<T>& p) {
+  return p ? std::make_unique<T>(*p) : nullptr;
+}
+
+// Reads an optional vector item; a vector that cannot be read is dropped.
+void ReadOptionalVector(const io::CBlock& block, const char* key,
+                        std::unique_ptr<TNT::CVector>& vector, int n) {
+  const long index = block.FindItem(key);
+  if (index < 0) return;
+  const io::CBlock* item = block.GetItem(static_cast<size_t>(index)).GetBlock();
+  if (!vector || vector->size() != n) vector = std::make_unique<TNT::CVector>(n);
+  if (!item || nd::ReadVector(*item, *vector) != io::kReadOk) vector.reset();
+}
+
+}  // namespace
+
+void CNetworkDataVisitor::Visit(CNetworkModalData& point) {
+  Visit(static_cast<CNetworkData&>(point));
+}
+
+CNetworkModalData::CNetworkModalData(INetworkDataOwner* owner, double frequency,
+                                     DataPointType type)
+    : CNetworkData(owner, frequency, type) {}
+
+CNetworkModalData::CNetworkModalData(const CNetworkModalData& other)
+    : CNetworkData(other),
+      m_BaseData(other.m_BaseData),
+      m_Gamma(CloneOf(other.m_Gamma)),
+      m_PortImpedance(CloneOf(other.m_PortImpedance)),
+      m_TerminalTransform(CloneOf(other.m_TerminalTransform)) {}
+
+CNetworkModalData& CNetworkModalData::operator=(const CNetworkModalData& other) {
+  if (this == &other) return *this;
+  CNetworkData::operator=(other);
+  m_BaseData = other.m_BaseData;
+  m_Gamma = CloneOf(other.m_Gamma);
+  m_PortImpedance = CloneOf(other.m_PortImpedance);
+  m_TerminalTransform = CloneOf(other.m_TerminalTransform);
+  return *this;
+}
+
+CNetworkModalData::~CNetworkModalData() = default;
+
+std::unique_ptr<CNetworkData> CNetworkModalData::Clone() const {
+  return std::make_unique<CNetworkModalData>(*this);
+}
+
+CNetworkModalData::CMatrix* CNetworkModalData::GetSMatrix(bool compute) {
+  CMatrix* s = CNetworkData::GetSMatrix(false);
+  if (!s && compute) s = ComputeSMatrix(m_PortImpedance.get());
+  return s;
+}
+
+CNetworkModalData::CMatrix* CNetworkModalData::GetYMatrix(bool compute) {
+  CMatrix* y = CNetworkData::GetYMatrix(false);
+  if (!y && compute) y = ComputeYMatrix(m_PortImpedance.get());
+  return y;
+}
+
+CNetworkModalData::CMatrix* CNetworkModalData::GetZMatrix(bool compute) {
+  CMatrix* z = CNetworkData::GetZMatrix(false);
+  if (!z && compute) z = ComputeZMatrix(m_PortImpedance.get());
+  return z;
+}
+
+void CNetworkModalData::SetPortImpedance(std::unique_ptr<CVector> z) {
+  m_PortImpedance = std::move(z);
+  DropDerivedMatrices();
+}
+
+const CNetworkModalData::CVector* CNetworkModalData::GetPortVector(int kind) const {
+  if (kind == nd::kPortImpedances) return m_PortImpedance.get();
+  if (kind == nd::kPropagationConstants) return m_Gamma.get();
+  return nullptr;
+}
+
+const CNetworkModalData::CVector* CNetworkModalData::GetVectorQuantity(int kind) const {
+  return GetPortVector(kind);
+}
+
+CNetworkModalData::Complex CNetworkModalData::GetVectorValue(int kind, int i) const {
+  const CVector* v = GetPortVector(kind);
+  if (!v || i < 0 || i >= v->size()) return Complex();
+  return (*v)[i];
+}
+
+void CNetworkModalData::Accept(CNetworkDataVisitor& visitor) { visitor.Visit(*this); }
+
+CNetworkData* CNetworkModalData::GetNetworkData() { return m_BaseData ? m_BaseData : this; }
+
+bool CNetworkModalData::WriteToBlock(io::CBlock& block) const {
+  if (!CNetworkData::WriteToBlock(block)) return false;
+  if (m_PortImpedance) nd::WriteVector(block, "PortImpedance", *m_PortImpedance);
+  if (m_Gamma) nd::WriteVector(block, "Gamma", *m_Gamma);
+  if (m_TerminalTransform) nd::WriteMatrix(block, "TerminalTransform", *m_TerminalTransform);
+  return true;
+}
+
+int CNetworkModalData::ReadFromBlock(const io::CBlock& block) {
+  const int result = CNetworkData::ReadFromBlock(block);
+  const int n = GetNumPorts();
+  if (n < 1) return result;
+  ReadOptionalVector(block, "PortImpedance", m_PortImpedance, n);
+  ReadOptionalVector(block, "Gamma", m_Gamma, n);
+  if (const long index = block.FindItem("TerminalTransform"); index >= 0) {
+    const io::CBlock* item = block.GetItem(static_cast<size_t>(index)).GetBlock();
+    const int terminals = GetOwner() ? GetOwner()->GetNumTerminals() : n;
+    if (!m_TerminalTransform || m_TerminalTransform->num_rows() != terminals ||
+        m_TerminalTransform->num_cols() != n) {
+      m_TerminalTransform = std::make_unique<CMatrix>(terminals, n);
+    }
+    if (!item || nd::ReadMatrix(*item, *m_TerminalTransform) != io::kReadOk)
+      m_TerminalTransform.reset();
+  }
+  return result;
+}

@@ -1,0 +1,27 @@
+// Stored form of complex matrices and vectors inside a block:
+//   a matrix is a sub-block holding "m" and "n" and rows "r0", "r1", ...,
+//   each row one "c" item (real, imaginary) per element in column order;
+//   a vector is a sub-block holding "n" and one "c" item per element.
+#pragma once
+
+#include <string_view>
+
+#include "core/Block.h"
+#include "math/matrix/MatrixOps.h"
+
+namespace nd {
+
+void WriteMatrix(io::CBlock& parent, std::string_view key, const TNT::CMatrix& matrix);
+void WriteVector(io::CBlock& parent, std::string_view key, const TNT::CVector& vector);
+
+// Reads the matrix stored in `item` into `matrix`, whose size must match the
+// stored "m" and "n". A size mismatch returns kReadBadValue quietly (callers
+// may retry at another size); broken content is reported in the block's
+// error state. On failure the matrix content is unspecified.
+io::ReadError ReadMatrix(const io::CBlock& item, TNT::CMatrix& matrix);
+io::ReadError ReadVector(const io::CBlock& item, TNT::CVector& vector);
+
+// Stored dimensions of a matrix item (0 when absent or not integers).
+void StoredMatrixSize(const io::CBlock& item, int& rows, int& cols);
+
+}  // namespace nd
