@@ -1,6 +1,8 @@
 // The in-memory block: items, values, typed look-ups and the shared error state.
 #include "core/Block.h"
 
+#include "core/Assert.h"
+
 #include <bit>
 #include <cstring>
 #include <limits>
@@ -89,7 +91,9 @@ CBlock::CBlock(const CBlock& other)
       m_Column(other.m_Column),
       m_Slots(other.m_Slots),
       m_Texts(other.m_Texts),
-      m_SourceName(other.m_SourceName) {
+      // A copied sub-block becomes a root of its own; it keeps the file name
+      // so that its read errors still say where the text came from.
+      m_SourceName(other.GetSourceName()) {
   m_Items.reserve(other.m_Items.size());
   for (const Item& it : other.m_Items) {
     Item copy{it.name, it.kind, it.firstSlot, it.numSlots, it.line, it.column, nullptr};
@@ -246,7 +250,9 @@ CBlock& CBlock::AddBlock(CBlock block) {
   Item& it = NewItem(name, ItemKind::Block);
   it.block = std::make_unique<CBlock>(std::move(block));
   it.block->m_Parent = this;
+  // The adopted block reports through this tree's root from now on.
   it.block->m_SourceName.clear();
+  it.block->m_ReadError.clear();
   return *it.block;
 }
 
@@ -260,6 +266,38 @@ void CBlock::SetLastItemPosition(int line, int column) {
   if (m_Items.empty()) return;
   m_Items.back().line = line;
   m_Items.back().column = column;
+}
+
+// Values are stored in item order, so only the last item can grow, and only
+// while no other item's slots follow it (a sub-block adds none).
+CBlock::Item* CBlock::LastFunction() {
+  const bool ok = !m_Items.empty() && m_Items.back().kind == ItemKind::Function &&
+                  m_Items.back().firstSlot + m_Items.back().numSlots == m_Slots.size();
+  ASSERT(ok);
+  return ok ? &m_Items.back() : nullptr;
+}
+
+void CBlock::AppendArgument(const CValue& value) {
+  if (Item* it = LastFunction()) {
+    PushSlot(value);
+    ++it->numSlots;
+  }
+}
+
+void CBlock::AppendRealArgument(double value) {
+  if (Item* it = LastFunction()) {
+    Slot s{};
+    s.kind = ValueKind::Real;
+    s.real = value;
+    m_Slots.push_back(s);
+    ++it->numSlots;
+  }
+}
+
+void CBlock::Clear() {
+  m_Items.clear();
+  m_Slots.clear();
+  m_Texts.clear();
 }
 
 // ---- CBlock: inspection ---------------------------------------------------
@@ -400,15 +438,32 @@ ReadError CBlock::GetRealFunction(std::string_view name, std::vector<double>& ou
   return kReadOk;
 }
 
+// Complex values are read once per matrix element of every frequency, so
+// this checks the two slots in place instead of building a list.
 ReadError CBlock::GetComplex(std::string_view name, AComplex<double>& out) const {
-  std::vector<double> parts;
-  const ReadError r = GetRealFunction(name, parts);
-  if (r != kReadOk) return r;
-  if (parts.size() != 2) {
-    return ReportReadError(kReadBadValue, FindItem(name),
-                           AString::Format("\"%.*s\": expected 2 numbers (real, imaginary), found %zu",
+  const Item* it = Find(name);
+  if (!it) return kReadTolerated;
+  if (it->kind != ItemKind::Function) return WrongKind(*it, "a list of numbers");
+  double parts[2] = {0.0, 0.0};
+  for (std::uint32_t k = 0; k < it->numSlots; ++k) {
+    const Slot& s = m_Slots[it->firstSlot + k];
+    double v;
+    if (s.kind == ValueKind::Real) {
+      v = s.real;
+    } else if (s.kind == ValueKind::Integer) {
+      v = static_cast<double>(s.integer);
+    } else {
+      return ReportReadError(kReadWrongType, &*it - m_Items.data(),
+                             AString::Format("\"%s\": expected numbers, found %s as value %u",
+                                             it->name.c_str(), KindText(s.kind), k + 1));
+    }
+    if (k < 2) parts[k] = v;
+  }
+  if (it->numSlots != 2) {
+    return ReportReadError(kReadBadValue, &*it - m_Items.data(),
+                           AString::Format("\"%.*s\": expected 2 numbers (real, imaginary), found %u",
                                            static_cast<int>(name.size()), name.data(),
-                                           parts.size()));
+                                           it->numSlots));
   }
   out = AComplex<double>(parts[0], parts[1]);
   return kReadOk;
@@ -442,6 +497,8 @@ const AString& CBlock::GetReadError() const { return Root().m_ReadError; }
 
 void CBlock::ClearReadError() const { Root().m_ReadError.clear(); }
 
+void CBlock::SetReadError(std::string_view message) const { Root().m_ReadError = AString(message); }
+
 ReadError CBlock::ReportReadError(ReadError code, long item, std::string_view what) const {
   const CBlock& root = Root();
   if (!root.m_ReadError.empty()) return code;
@@ -452,7 +509,9 @@ ReadError CBlock::ReportReadError(ReadError code, long item, std::string_view wh
   }
   AString message = root.m_SourceName.empty() ? AString("<block>") : root.m_SourceName;
   if (line > 0) message += AString::Format(":%d:%d", line, column);
-  message += ": in block \"" + m_Name + "\": ";
+  message += ": ";
+  // The unnamed root is the file itself; naming it would only add noise.
+  if (!m_Name.empty() || m_Parent) message += "in block \"" + m_Name + "\": ";
   message += what;
   root.m_ReadError = std::move(message);
   return code;

@@ -105,8 +105,15 @@ class CBlock {
   // Writes an enumeration by name from its table. Returns 0, or kReadBadValue
   // (nothing written) when the value lies outside the table.
   int AddEnum(std::string_view name, std::span<const char* const> table, int value);
-  // Same, with the item's source position (used by the text reader).
+  // Records the source position of the item added last (used by the text reader).
   void SetLastItemPosition(int line, int column);
+  // Appends one value to the item added last, which must be a function item
+  // (checked by assertion). The text reader builds lists value by value this
+  // way, without a temporary list per item.
+  void AppendArgument(const CValue& value);
+  void AppendRealArgument(double value);
+  // Removes every item; name, position, source name and error state stay.
+  void Clear();
 
   // ---- Inspection --------------------------------------------------------
   size_t GetNumItems() const { return m_Items.size(); }
@@ -144,6 +151,9 @@ class CBlock {
   // Records a reason at an item's position (or the block's when item < 0),
   // unless an earlier one is kept. Returns `code` for convenient returns.
   ReadError ReportReadError(ReadError code, long item, std::string_view what) const;
+  // Replaces the error state with a complete message that already names the
+  // source and position (the text reader's syntax errors).
+  void SetReadError(std::string_view message) const;
 
   // Deep equality of names, items, values (bitwise for reals) and sub-blocks.
   friend bool operator==(const CBlock& a, const CBlock& b);
@@ -175,6 +185,7 @@ class CBlock {
   void AdoptChildren();
   Item& NewItem(std::string_view name, ItemKind kind);
   void PushSlot(const CValue& v);
+  Item* LastFunction();
   const Item* Find(std::string_view name) const;
   ReadError WrongKind(const Item& item, const char* expected) const;
   CValue SlotValue(const Slot& s) const;

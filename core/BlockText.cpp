@@ -1,0 +1,867 @@
+// The text form of block trees: the writer, the reader (iterative, with exact
+// error positions) and the whole-file load and atomic save around them.
+#include "core/BlockText.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <bit>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <vector>
+
+namespace io {
+namespace {
+
+// ---- Character classes ----------------------------------------------------
+
+enum : std::uint8_t {
+  kIdentStart = 1,  // [A-Za-z_]
+  kIdentChar = 2,   // [A-Za-z0-9_]
+  kWordChar = 4,    // what continues a bare token: identifier characters and . + -
+  kDigit = 8,
+};
+
+constexpr std::array<std::uint8_t, 256> MakeClasses() {
+  std::array<std::uint8_t, 256> t{};
+  for (int c = 0; c < 256; ++c) {
+    const bool alpha = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+    const bool digit = c >= '0' && c <= '9';
+    std::uint8_t f = 0;
+    if (alpha) f |= kIdentStart;
+    if (alpha || digit) f |= kIdentChar | kWordChar;
+    if (digit) f |= kDigit;
+    if (c == '.' || c == '+' || c == '-') f |= kWordChar;
+    t[static_cast<size_t>(c)] = f;
+  }
+  return t;
+}
+constexpr std::array<std::uint8_t, 256> kClass = MakeClasses();
+
+inline bool Is(char c, std::uint8_t cls) { return (kClass[static_cast<unsigned char>(c)] & cls) != 0; }
+
+constexpr std::uint64_t kSignBit = 0x8000000000000000ull;
+constexpr std::uint64_t kQuietNaN = 0x7ff8000000000000ull;
+
+bool IsKeyword(std::string_view s) {
+  return s == "true" || s == "false" || s == "inf" || s == "nan";
+}
+
+bool IsIdentifier(std::string_view s) {
+  if (s.empty() || !Is(s[0], kIdentStart)) return false;
+  for (char c : s)
+    if (!Is(c, kIdentChar)) return false;
+  return true;
+}
+
+// ---- Writer ---------------------------------------------------------------
+
+constexpr char kHex[] = "0123456789abcdef";
+
+void AppendQuoted(std::string& out, std::string_view s) {
+  out += '"';
+  size_t plain = 0;  // start of the run of bytes copied as they are
+  for (size_t i = 0; i < s.size(); ++i) {
+    const auto c = static_cast<unsigned char>(s[i]);
+    if (c >= 0x20 && c != 0x7f && c != '"' && c != '\\') continue;
+    out.append(s.data() + plain, i - plain);
+    plain = i + 1;
+    switch (c) {
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      default: {
+        const char esc[4] = {'\\', 'x', kHex[c >> 4], kHex[c & 15]};
+        out.append(esc, 4);
+      }
+    }
+  }
+  out.append(s.data() + plain, s.size() - plain);
+  out += '"';
+}
+
+void AppendItemName(std::string& out, std::string_view name) {
+  // In name position a keyword is unambiguous, so only non-identifiers need quotes.
+  if (IsIdentifier(name))
+    out += name;
+  else
+    AppendQuoted(out, name);
+}
+
+void AppendInteger(std::string& out, std::int64_t v) {
+  char buf[24];
+  const auto r = std::to_chars(buf, buf + sizeof buf, v);
+  out.append(buf, static_cast<size_t>(r.ptr - buf));
+}
+
+void AppendReal(std::string& out, double v) {
+  const auto bits = std::bit_cast<std::uint64_t>(v);
+  if (std::isnan(v)) {
+    // to_chars drops NaN payloads; only the two canonical quiet NaNs get the
+    // short spelling, every other NaN keeps its full bit pattern.
+    if (bits == kQuietNaN) {
+      out += "nan";
+    } else if (bits == (kQuietNaN | kSignBit)) {
+      out += "-nan";
+    } else {
+      char buf[23] = {'n', 'a', 'n', '(', '0', 'x'};
+      for (int i = 0; i < 16; ++i) buf[6 + i] = kHex[(bits >> (60 - 4 * i)) & 15];
+      buf[22] = ')';
+      out.append(buf, sizeof buf);
+    }
+    return;
+  }
+  char buf[40];
+  const auto r = std::to_chars(buf, buf + sizeof buf, v);  // shortest exact form
+  const size_t n = static_cast<size_t>(r.ptr - buf);
+  out.append(buf, n);
+  // "2" would read back as an integer; the reader must see a real.
+  if (std::memchr(buf, '.', n) == nullptr && std::memchr(buf, 'e', n) == nullptr &&
+      std::memchr(buf, 'n', n) == nullptr)
+    out += ".0";
+}
+
+void AppendValue(std::string& out, const CItemView& item, size_t k) {
+  switch (item.GetValueKind(k)) {
+    case ValueKind::Real:
+      AppendReal(out, item.GetRealUnchecked(k));
+      break;
+    case ValueKind::Integer:
+      AppendInteger(out, item.GetValue(k).GetInteger());
+      break;
+    case ValueKind::Boolean:
+      out += item.GetValue(k).GetBoolean() ? "true" : "false";
+      break;
+    case ValueKind::String:
+      AppendQuoted(out, item.GetValue(k).GetText());
+      break;
+    case ValueKind::Name: {
+      // A name that cannot stand bare is written as a string; readers of
+      // enumerations accept both.
+      const CValue v = item.GetValue(k);
+      if (IsIdentifier(v.GetText()) && !IsKeyword(v.GetText()))
+        out += v.GetText();
+      else
+        AppendQuoted(out, v.GetText());
+      break;
+    }
+  }
+}
+
+// ---- Reader ---------------------------------------------------------------
+
+class CTextReader {
+ public:
+  CTextReader(std::string_view text, std::string_view source, CBlock& root)
+      : m_P(text.data()),
+        m_End(text.data() + text.size()),
+        m_LineStart(text.data()),
+        m_Source(source),
+        m_Root(root) {}
+
+  // Parses everything into the root; false with m_Error set on the first error.
+  bool Run();
+  const std::string& Error() const { return m_Error; }
+
+ private:
+  struct Open {
+    CBlock* block;
+    int line;
+    int column;
+  };
+  // One parsed value; strings and names refer to the text or to m_ValueText.
+  struct Scalar {
+    ValueKind kind;
+    std::int64_t integer;
+    double real;
+    std::string_view text;
+  };
+
+  int Column(const char* at) const {
+    const auto c = at - m_LineStart + 1;
+    return c > std::numeric_limits<int>::max() ? std::numeric_limits<int>::max()
+                                               : static_cast<int>(c);
+  }
+  bool AtEnd() const { return m_P == m_End; }
+
+  void SkipSpace();
+  bool Fail(const char* at, std::string_view expected, std::string_view found);
+  std::string Describe(const char* at) const;
+  std::string DescribeWord(const char* at) const;
+  std::string DescribeByte(const char* at) const;
+  static std::string Quote(std::string_view s);
+
+  bool ReadName(std::string_view& name, const char* expected);
+  bool ReadString(std::string& out);
+  // `owner` names the item for the message of a missing value; built only
+  // on failure, so the hot path allocates nothing.
+  bool ReadValue(Scalar& v, std::string_view owner, bool inList);
+  bool FailValue(std::string_view owner, bool inList);
+  bool ReadNumber(Scalar& v);
+  bool ReadNaNPattern(const char* start, Scalar& v);
+  bool ReadList(CBlock& block, std::string_view name);
+  bool CloseBlock(std::vector<Open>& stack);
+
+  const char* m_P;
+  const char* m_End;
+  const char* m_LineStart;
+  int m_Line = 1;
+  std::string_view m_Source;
+  CBlock& m_Root;
+  std::string m_NameText;   // decoded quoted item name
+  std::string m_ValueText;  // decoded string value
+  std::string m_Error;
+};
+
+void CTextReader::SkipSpace() {
+  while (m_P != m_End) {
+    const char c = *m_P;
+    if (c == ' ' || c == '\t' || c == '\r') {
+      ++m_P;
+    } else if (c == '\n') {
+      ++m_P;
+      ++m_Line;
+      m_LineStart = m_P;
+    } else if (c == '#') {
+      const void* nl = std::memchr(m_P, '\n', static_cast<size_t>(m_End - m_P));
+      m_P = nl ? static_cast<const char*>(nl) : m_End;
+    } else {
+      return;
+    }
+  }
+}
+
+std::string CTextReader::Quote(std::string_view s) {
+  constexpr size_t kLimit = 40;
+  std::string out;
+  AppendQuoted(out, s.substr(0, kLimit));
+  if (s.size() > kLimit) out.insert(out.size() - 1, "...");
+  return out;
+}
+
+// The run of word characters at `at`, quoted: shows "1.2.3" or "0x10" whole
+// rather than the one character where the number went wrong.
+std::string CTextReader::DescribeWord(const char* at) const {
+  const char* e = at;
+  while (e != m_End && Is(*e, kWordChar)) ++e;
+  if (e == at) return Describe(at);
+  return Quote(std::string_view(at, static_cast<size_t>(e - at)));
+}
+
+std::string CTextReader::Describe(const char* at) const {
+  if (at == m_End) return "end of file";
+  const auto c = static_cast<unsigned char>(*at);
+  if (c == '"') return "a string";
+  if (Is(*at, kWordChar)) return DescribeWord(at);
+  if (c > 0x20 && c < 0x7f) return std::string("'") + *at + "'";
+  char buf[16];
+  std::snprintf(buf, sizeof buf, "byte 0x%02X", c);
+  return buf;
+}
+
+// Inside a string every byte stands for itself, so no token is shown.
+std::string CTextReader::DescribeByte(const char* at) const {
+  if (at == m_End) return "end of file";
+  const auto c = static_cast<unsigned char>(*at);
+  if (c == '\n' || c == '\r') return "end of line";
+  if (c > 0x20 && c < 0x7f) return std::string("'") + *at + "'";
+  char buf[16];
+  std::snprintf(buf, sizeof buf, "byte 0x%02X", c);
+  return buf;
+}
+
+bool CTextReader::Fail(const char* at, std::string_view expected, std::string_view found) {
+  m_Error.assign(m_Source);
+  m_Error += ':';
+  AppendInteger(m_Error, m_Line);
+  m_Error += ':';
+  AppendInteger(m_Error, Column(at));
+  m_Error += ": expected ";
+  m_Error += expected;
+  m_Error += ", found ";
+  m_Error += found;
+  return false;
+}
+
+// A bare identifier or a quoted string (decoded into m_NameText).
+bool CTextReader::ReadName(std::string_view& name, const char* expected) {
+  const char* start = m_P;
+  if (m_P != m_End && Is(*m_P, kIdentStart)) {
+    ++m_P;
+    while (m_P != m_End && Is(*m_P, kIdentChar)) ++m_P;
+    name = std::string_view(start, static_cast<size_t>(m_P - start));
+    return true;
+  }
+  if (m_P != m_End && *m_P == '"') {
+    if (!ReadString(m_NameText)) return false;
+    name = m_NameText;
+    return true;
+  }
+  return Fail(start, expected, Describe(start));
+}
+
+bool CTextReader::ReadString(std::string& out) {
+  const char* open = m_P++;
+  out.clear();
+  for (;;) {
+    const char* run = m_P;
+    while (m_P != m_End) {
+      const auto c = static_cast<unsigned char>(*m_P);
+      if (c == '"' || c == '\\' || (c < 0x20 && c != '\t') || c == 0x7f) break;
+      ++m_P;
+    }
+    out.append(run, static_cast<size_t>(m_P - run));
+    if (m_P == m_End || (*m_P != '"' && *m_P != '\\')) {
+      // Strings never span lines, so a missing quote is reported on its own
+      // line instead of swallowing the rest of the file.
+      std::string expected = "'\"' to end the string started at line ";
+      AppendInteger(expected, m_Line);
+      expected += ", column ";
+      AppendInteger(expected, Column(open));
+      return Fail(m_P, expected, DescribeByte(m_P));
+    }
+    if (*m_P == '"') {
+      ++m_P;
+      return true;
+    }
+    const char* escape = m_P++;
+    const char e = m_P == m_End ? '\0' : *m_P;
+    char decoded = 0;
+    switch (e) {
+      case '\\':
+      case '"':
+        decoded = e;
+        break;
+      case 'n':
+        decoded = '\n';
+        break;
+      case 't':
+        decoded = '\t';
+        break;
+      case 'r':
+        decoded = '\r';
+        break;
+      case 'x': {
+        unsigned value = 0;
+        int digits = 0;
+        const char* h = m_P + 1;
+        for (; digits < 2 && h != m_End; ++digits, ++h) {
+          const char d = *h;
+          if (d >= '0' && d <= '9')
+            value = value * 16 + static_cast<unsigned>(d - '0');
+          else if ((d | 0x20) >= 'a' && (d | 0x20) <= 'f')
+            value = value * 16 + static_cast<unsigned>((d | 0x20) - 'a' + 10);
+          else
+            break;
+        }
+        if (digits == 2) {
+          out += static_cast<char>(value);
+          m_P = h;
+          continue;
+        }
+        return Fail(h, "two hex digits after \\x", DescribeByte(h));
+      }
+      default:
+        break;
+    }
+    if (decoded == 0) {
+      const auto c = static_cast<unsigned char>(e);
+      const std::string found = m_P != m_End && c > 0x20 && c < 0x7f
+                                    ? std::string("'\\") + e + "'"
+                                    : DescribeByte(m_P);
+      return Fail(escape, "an escape \\\\, \\\", \\n, \\t, \\r or \\xHH", found);
+    }
+    out += decoded;
+    ++m_P;
+  }
+}
+
+// nan(0x...) with the full 64-bit pattern; `start` is at "nan".
+bool CTextReader::ReadNaNPattern(const char* start, Scalar& v) {
+  static constexpr const char* kExpected = "a NaN bit pattern such as nan(0x7ff8000000000001)";
+  const char* q = start + 4;  // past "nan("
+  const auto fail = [&](const char* at) {
+    const char* e = at;
+    while (e != m_End && e - start < 40 && Is(*e, kWordChar)) ++e;
+    if (e != m_End && *e == ')') ++e;
+    return Fail(start, kExpected, Quote(std::string_view(start, static_cast<size_t>(e - start))));
+  };
+  if (m_End - q < 2 || q[0] != '0' || (q[1] | 0x20) != 'x') return fail(q);
+  q += 2;
+  std::uint64_t bits = 0;
+  const auto r = std::from_chars(q, m_End, bits, 16);
+  // from_chars would accept a sign; the pattern is digits only, at most 16.
+  if (r.ec != std::errc() || q == m_End || !Is(*q, kIdentChar) || r.ptr - q > 16 ||
+      r.ptr == m_End || *r.ptr != ')')
+    return fail(r.ptr);
+  const double d = std::bit_cast<double>(bits);
+  if (!std::isnan(d)) return fail(r.ptr);
+  v.kind = ValueKind::Real;
+  v.real = d;
+  m_P = r.ptr + 1;
+  return true;
+}
+
+bool CTextReader::ReadNumber(Scalar& v) {
+  const char* start = m_P;
+  const char* q = m_P;
+  bool negative = false;
+  if (*q == '+' || *q == '-') negative = *q++ == '-';
+  // from_chars takes a minus sign but not a plus.
+  const char* digits = *start == '+' ? q : start;
+
+  if (q != m_End && Is(*q, kIdentStart)) {
+    const char* e = q;
+    while (e != m_End && Is(*e, kIdentChar)) ++e;
+    const std::string_view word(q, static_cast<size_t>(e - q));
+    if ((word == "inf" || word == "nan") && (e == m_End || !Is(*e, kWordChar))) {
+      if (word == "nan" && e != m_End && *e == '(')
+        return Fail(start, "nan(0x...) without a sign (the pattern holds the sign bit)",
+                    Quote(std::string_view(start, static_cast<size_t>(e + 1 - start))));
+      v.kind = ValueKind::Real;
+      const std::uint64_t sign = negative ? kSignBit : 0;
+      v.real = word == "inf" ? std::bit_cast<double>(std::bit_cast<std::uint64_t>(
+                                   std::numeric_limits<double>::infinity()) |
+                                                      sign)
+                             : std::bit_cast<double>(kQuietNaN | sign);
+      m_P = e;
+      return true;
+    }
+    return Fail(start, "a number", DescribeWord(start));
+  }
+
+  // Mantissa, then an optional exponent; validated here so that from_chars
+  // sees exactly one well-formed number.
+  size_t mantissaDigits = 0;
+  bool real = false;
+  while (q != m_End && Is(*q, kDigit)) ++q, ++mantissaDigits;
+  if (q != m_End && *q == '.') {
+    real = true;
+    ++q;
+    while (q != m_End && Is(*q, kDigit)) ++q, ++mantissaDigits;
+  }
+  bool ok = mantissaDigits > 0;
+  if (ok && q != m_End && (*q == 'e' || *q == 'E')) {
+    real = true;
+    ++q;
+    if (q != m_End && (*q == '+' || *q == '-')) ++q;
+    const char* exp = q;
+    while (q != m_End && Is(*q, kDigit)) ++q;
+    ok = q != exp;
+  }
+  if (!ok || (q != m_End && Is(*q, kWordChar))) return Fail(start, "a number", DescribeWord(start));
+
+  const std::string_view token(start, static_cast<size_t>(q - start));
+  if (real) {
+    const auto r = std::from_chars(digits, q, v.real);
+    if (r.ec == std::errc::result_out_of_range)
+      return Fail(start, "a real within the range of a double", Quote(token));
+    if (r.ec != std::errc() || r.ptr != q) return Fail(start, "a number", Quote(token));
+    v.kind = ValueKind::Real;
+  } else {
+    const auto r = std::from_chars(digits, q, v.integer);
+    if (r.ec == std::errc::result_out_of_range)
+      return Fail(start, "an integer from -9223372036854775808 to 9223372036854775807",
+                  Quote(token));
+    if (r.ec != std::errc() || r.ptr != q) return Fail(start, "a number", Quote(token));
+    v.kind = ValueKind::Integer;
+  }
+  m_P = q;
+  return true;
+}
+
+bool CTextReader::FailValue(std::string_view owner, bool inList) {
+  return Fail(m_P, (inList ? "a value in the list " : "a value or '[' for ") + Quote(owner),
+              Describe(m_P));
+}
+
+bool CTextReader::ReadValue(Scalar& v, std::string_view owner, bool inList) {
+  if (m_P == m_End) return FailValue(owner, inList);
+  const char c = *m_P;
+  if (c == '"') {
+    if (!ReadString(m_ValueText)) return false;
+    v.kind = ValueKind::String;
+    v.text = m_ValueText;
+    return true;
+  }
+  if (Is(c, kIdentStart)) {
+    const char* start = m_P;
+    while (m_P != m_End && Is(*m_P, kIdentChar)) ++m_P;
+    const std::string_view word(start, static_cast<size_t>(m_P - start));
+    if (word == "true" || word == "false") {
+      v.kind = ValueKind::Boolean;
+      v.integer = word[0] == 't';
+    } else if (word == "inf") {
+      v.kind = ValueKind::Real;
+      v.real = std::numeric_limits<double>::infinity();
+    } else if (word == "nan") {
+      if (m_P != m_End && *m_P == '(') return ReadNaNPattern(start, v);
+      v.kind = ValueKind::Real;
+      v.real = std::bit_cast<double>(kQuietNaN);
+    } else {
+      v.kind = ValueKind::Name;
+      v.text = word;
+    }
+    return true;
+  }
+  if (Is(c, kDigit) || c == '-' || c == '+' || c == '.') return ReadNumber(v);
+  return FailValue(owner, inList);
+}
+
+bool CTextReader::ReadList(CBlock& block, std::string_view name) {
+  ++m_P;  // '['
+  block.AddFunction(name, {});
+  SkipSpace();
+  if (m_P != m_End && *m_P == ']') {
+    ++m_P;
+    return true;
+  }
+  Scalar v{};
+  for (;;) {
+    if (!ReadValue(v, name, true)) return false;
+    switch (v.kind) {
+      case ValueKind::Real:
+        block.AppendRealArgument(v.real);
+        break;
+      case ValueKind::Integer:
+        block.AppendArgument(CValue::Integer(v.integer));
+        break;
+      case ValueKind::Boolean:
+        block.AppendArgument(CValue::Boolean(v.integer != 0));
+        break;
+      case ValueKind::String:
+        block.AppendArgument(CValue::String(v.text));
+        break;
+      case ValueKind::Name:
+        block.AppendArgument(CValue::Name(v.text));
+        break;
+    }
+    SkipSpace();
+    if (m_P != m_End && *m_P == ',') {
+      ++m_P;
+      SkipSpace();
+      continue;
+    }
+    if (m_P != m_End && *m_P == ']') {
+      ++m_P;
+      return true;
+    }
+    return Fail(m_P, "',' or ']' in the list " + Quote(name), Describe(m_P));
+  }
+}
+
+std::string OpenedAt(const std::string& quotedName, int line, int column) {
+  std::string s = quotedName + " after '}' to close the block opened at line ";
+  AppendInteger(s, line);
+  s += ", column ";
+  AppendInteger(s, column);
+  return s;
+}
+
+// At '}': checks the repeated name against the open block and pops it.
+bool CTextReader::CloseBlock(std::vector<Open>& stack) {
+  const Open& open = stack.back();
+  ++m_P;
+  SkipSpace();
+  const char* at = m_P;
+  std::string_view name;
+  // The message is built only on failure; blocks close thousands of times.
+  if (m_P == m_End || !(Is(*m_P, kIdentStart) || *m_P == '"'))
+    return Fail(at, OpenedAt(Quote(open.block->GetName()), open.line, open.column), Describe(at));
+  if (!ReadName(name, "")) return false;
+  if (name != open.block->GetName())
+    return Fail(at, OpenedAt(Quote(open.block->GetName()), open.line, open.column), Quote(name));
+  stack.pop_back();
+  return true;
+}
+
+bool CTextReader::Run() {
+  std::vector<Open> stack;
+  stack.push_back({&m_Root, 0, 0});
+  Scalar v{};
+  for (;;) {
+    SkipSpace();
+    if (m_P == m_End) {
+      if (stack.size() == 1) return true;
+      const Open& open = stack.back();
+      std::string expected = "'}' to close the block " + Quote(open.block->GetName()) +
+                             " opened at line ";
+      AppendInteger(expected, open.line);
+      expected += ", column ";
+      AppendInteger(expected, open.column);
+      return Fail(m_P, expected, "end of file");
+    }
+    if (*m_P == '}') {
+      if (stack.size() == 1) return Fail(m_P, "an item name or end of file", "'}'");
+      if (!CloseBlock(stack)) return false;
+      continue;
+    }
+    CBlock& block = *stack.back().block;
+    const char* nameAt = m_P;
+    const int line = m_Line, column = Column(nameAt);
+    std::string_view name;
+    if (!ReadName(name, stack.size() == 1 ? "an item name or end of file" : "an item name or '}'"))
+      return false;
+    SkipSpace();
+    if (m_P != m_End && *m_P == '=') {
+      ++m_P;
+      SkipSpace();
+      if (m_P != m_End && *m_P == '[') {
+        if (!ReadList(block, name)) return false;
+        block.SetLastItemPosition(line, column);
+        continue;
+      }
+      if (!ReadValue(v, name, false)) return false;
+      switch (v.kind) {
+        case ValueKind::Real:
+          block.AddReal(name, v.real);
+          break;
+        case ValueKind::Integer:
+          block.AddInteger(name, v.integer);
+          break;
+        case ValueKind::Boolean:
+          block.AddBoolean(name, v.integer != 0);
+          break;
+        case ValueKind::String:
+          block.AddString(name, v.text);
+          break;
+        case ValueKind::Name:
+          block.AddName(name, v.text);
+          break;
+      }
+      block.SetLastItemPosition(line, column);
+      continue;
+    }
+    if (m_P != m_End && *m_P == '{') {
+      if (stack.size() > static_cast<size_t>(kMaxBlockDepth)) {
+        std::string expected = "at most ";
+        AppendInteger(expected, kMaxBlockDepth);
+        expected += " nested blocks";
+        return Fail(nameAt, expected, "block " + Quote(name) + " nested deeper");
+      }
+      ++m_P;
+      CBlock& child = block.AddBlock(name);
+      block.SetLastItemPosition(line, column);
+      child.SetSourcePosition(line, column);
+      stack.push_back({&child, line, column});
+      continue;
+    }
+    return Fail(m_P, "'=' or '{' after " + Quote(name), Describe(m_P));
+  }
+}
+
+// ---- Files ----------------------------------------------------------------
+
+std::string ErrnoText(int err) { return std::strerror(err); }
+
+// The whole file in one buffer; regular files are read with one call.
+bool ReadWholeFile(const std::filesystem::path& path, std::unique_ptr<char[]>& data, size_t& size,
+                   std::string& reason) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    reason = ErrnoText(errno);
+    return false;
+  }
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
+    reason = S_ISDIR(st.st_mode) ? "is a directory" : ErrnoText(errno);
+    ::close(fd);
+    return false;
+  }
+  // Pipes and some special files report no size; grow as needed for those.
+  size_t capacity = st.st_size > 0 ? static_cast<size_t>(st.st_size) + 1 : 65536;
+  data.reset(new char[capacity]);
+  size = 0;
+  for (;;) {
+    if (size == capacity) {
+      std::unique_ptr<char[]> bigger(new char[capacity * 2]);
+      std::memcpy(bigger.get(), data.get(), size);
+      data = std::move(bigger);
+      capacity *= 2;
+    }
+    const ssize_t n = ::read(fd, data.get() + size, capacity - size);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      reason = ErrnoText(errno);
+      ::close(fd);
+      return false;
+    }
+    if (n == 0) break;
+    size += static_cast<size_t>(n);
+  }
+  ::close(fd);
+  return true;
+}
+
+bool WriteAll(int fd, const char* data, size_t size) {
+  while (size > 0) {
+    const ssize_t n = ::write(fd, data, size);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    data += n;
+    size -= static_cast<size_t>(n);
+  }
+  return true;
+}
+
+std::atomic<unsigned> g_tempCounter{0};
+
+}  // namespace
+
+// ---- Public entry points --------------------------------------------------
+
+void WriteBlockText(const CBlock& root, std::string& out) {
+  // An explicit stack: trees built in memory have no depth limit.
+  struct Frame {
+    const CBlock* block;
+    size_t next;
+  };
+  std::vector<Frame> stack;
+  stack.push_back({&root, 0});
+  while (!stack.empty()) {
+    const CBlock* block = stack.back().block;
+    const size_t depth = stack.size() - 1;
+    if (stack.back().next == block->GetNumItems()) {
+      stack.pop_back();
+      if (!stack.empty()) {
+        // The closing name is the item's name in the parent, like the opening one.
+        const Frame& parent = stack.back();
+        out.append(2 * (depth - 1), ' ');
+        out += "} ";
+        AppendItemName(out, parent.block->GetItem(parent.next - 1).GetName());
+        out += '\n';
+      }
+      continue;
+    }
+    const CItemView item = block->GetItem(stack.back().next++);
+    out.append(2 * depth, ' ');
+    AppendItemName(out, item.GetName());
+    switch (item.GetKind()) {
+      case ItemKind::Value:
+        out += " = ";
+        AppendValue(out, item, 0);
+        break;
+      case ItemKind::Function:
+        out += " = [";
+        for (size_t k = 0; k < item.GetNumValues(); ++k) {
+          if (k) out += ", ";
+          AppendValue(out, item, k);
+        }
+        out += ']';
+        break;
+      case ItemKind::Block:
+        out += " {\n";
+        stack.push_back({item.GetBlock(), 0});
+        continue;
+    }
+    out += '\n';
+  }
+}
+
+ReadError ParseBlockText(std::string_view text, std::string_view sourceName, CBlock& root) {
+  root.SetSourceName(sourceName);
+  root.ClearReadError();
+  CTextReader reader(text, sourceName, root);
+  if (reader.Run()) return kReadOk;
+  root.Clear();
+  root.SetReadError(reader.Error());
+  return kReadSyntax;
+}
+
+ReadError ReadBlockFile(const std::filesystem::path& path, CBlock& root) {
+  const std::string name = path.string();
+  std::unique_ptr<char[]> data;
+  size_t size = 0;
+  std::string reason;
+  if (!ReadWholeFile(path, data, size, reason)) {
+    root.Clear();
+    root.SetSourceName(name);
+    root.SetReadError(name + ": cannot read the file: " + reason);
+    return kReadFileError;
+  }
+  return ParseBlockText(std::string_view(data.get(), size), name, root);
+}
+
+bool WriteBlockFile(const std::filesystem::path& path, const CBlock& root, AString* error) {
+  std::string text;
+  WriteBlockText(root, text);
+
+  const std::string target = path.string();
+  const auto fail = [&](const char* step, int err) {
+    if (error) *error = AString("cannot save \"" + target + "\": " + step + ": " + ErrnoText(err));
+    return false;
+  };
+
+  // Same directory as the target, so the final rename cannot cross file systems.
+  std::string temp;
+  int fd = -1;
+  for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
+    temp = target + ".tmp";
+    AppendInteger(temp, static_cast<std::int64_t>(::getpid()));
+    temp += '.';
+    AppendInteger(temp, g_tempCounter.fetch_add(1));
+    fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0 && errno != EEXIST) return fail("cannot create a temporary file", errno);
+  }
+  if (fd < 0) return fail("cannot create a temporary file", EEXIST);
+
+  // A replaced file keeps its permissions.
+  struct stat st {};
+  if (::stat(target.c_str(), &st) == 0 && S_ISREG(st.st_mode)) ::fchmod(fd, st.st_mode & 07777);
+
+  const char* step = nullptr;
+  int err = 0;
+  if (!WriteAll(fd, text.data(), text.size())) {
+    step = "write failed";
+  } else if (::fsync(fd) != 0) {
+    step = "flush to disk failed";
+  }
+  if (step) err = errno;
+  if (::close(fd) != 0 && !step) {
+    step = "close failed";
+    err = errno;
+  }
+  if (!step && ::rename(temp.c_str(), target.c_str()) != 0) {
+    step = "cannot replace the file";
+    err = errno;
+  }
+  if (step) {
+    ::unlink(temp.c_str());
+    return fail(step, err);
+  }
+  // Make the rename itself durable; a failure here loses nothing already saved.
+  std::filesystem::path dir = path.parent_path();
+  if (dir.empty()) dir = ".";
+  const int dfd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dfd >= 0) {
+    ::fsync(dfd);
+    ::close(dfd);
+  }
+  return true;
+}
+
+}  // namespace io
