@@ -43,14 +43,19 @@ class Vector {
   int dim() const { return n_; }
   int size() const { return n_; }
 
+  // An index out of range is reported and then answered with a scratch
+  // element holding T(): execution continues (see core/Assert.h), so it must
+  // not read or write outside the block.
   T& operator[](int i) {
     ASSERT(0<=i);
     ASSERT(i < n_);
+    if (i < 0 || i >= n_) return Scratch();
     return v_[static_cast<size_t>(i)];
   }
   const T& operator[](int i) const {
     ASSERT(0<=i);
     ASSERT(i < n_);
+    if (i < 0 || i >= n_) return Scratch();
     return v_[static_cast<size_t>(i)];
   }
 
@@ -75,6 +80,12 @@ class Vector {
     v_ = std::make_unique<T[]>(static_cast<size_t>(n_));
     ASSERT(v_ != NULL);
     std::fill(begin(), end(), value);
+  }
+
+  static T& Scratch() {
+    thread_local T scratch;
+    scratch = T();
+    return scratch;
   }
 
   std::unique_ptr<T[]> v_;
