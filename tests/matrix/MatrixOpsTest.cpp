@@ -7,12 +7,21 @@
 #include <string>
 #include <vector>
 
-#include "matrix/TestMatrices.h"
+#include "math/matrix/MatrixOps.h"
 #include "support/AssertCapture.h"
 
 namespace {
 
-using namespace matrix_test;
+using TNT::CMatrix;
+using TNT::Complex;
+
+CMatrix RandomMatrix(int m, int n, std::mt19937_64& gen) {
+  std::uniform_real_distribution<double> u(-1.0, 1.0);
+  CMatrix A(m, n);
+  for (int i = 0; i < m; ++i)
+    for (int j = 0; j < n; ++j) A[i][j] = Complex(u(gen), u(gen));
+  return A;
+}
 
 TEST(ComplexSqrt, BranchEdges) {
   EXPECT_EQ(TNT::ComplexSqrt(Complex()), Complex());

@@ -2,16 +2,44 @@
 // failure, and the single-precision pivot rule.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <utility>
 #include <vector>
 
-#include "matrix/TestMatrices.h"
+#include "math/matrix/MatrixOps.h"
 
 namespace {
 
-using namespace matrix_test;
+using TNT::CMatrix;
+using TNT::Complex;
+
+CMatrix RandomMatrix(int m, int n, std::mt19937_64& gen) {
+  std::uniform_real_distribution<double> u(-1.0, 1.0);
+  CMatrix A(m, n);
+  for (int i = 0; i < m; ++i)
+    for (int j = 0; j < n; ++j) A[i][j] = Complex(u(gen), u(gen));
+  return A;
+}
+
+CMatrix Multiply(const CMatrix& A, const CMatrix& B) {
+  CMatrix C(A.num_rows(), B.num_cols());
+  for (int i = 0; i < A.num_rows(); ++i)
+    for (int j = 0; j < B.num_cols(); ++j)
+      for (int k = 0; k < A.num_cols(); ++k) C[i][j] += A[i][k] * B[k][j];
+  return C;
+}
+
+double MaxAbs(const CMatrix& A) {
+  double m = 0.0;
+  for (int k = 0; k < A.size(); ++k) m = std::max(m, abs(A.data()[k]));
+  return m;
+}
+
+bool AllZero(const CMatrix& A) {
+  return std::all_of(A.data(), A.data() + A.size(), [](const Complex& z) { return z == Complex(); });
+}
 
 // Residual of a backward-stable solve, relative to |A| |X|.
 double RelativeResidual(const CMatrix& A, const CMatrix& X, const CMatrix& B) {
@@ -169,6 +197,12 @@ TEST(LUDecompose, PivotMagnitudesAreComparedInSinglePrecision) {
   // Larger within float precision: the later row wins.
   EXPECT_EQ(first_pivot({Complex(1.0), Complex(1.0 + 1e-6)}), 2);
   EXPECT_EQ(first_pivot({Complex(0.1), Complex(0.0, 0.3), Complex(-0.2)}), 2);
+  // Two doubles one ulp either side of the midpoint between the floats 1 and
+  // 1 + 2^-23 round apart, so the larger one wins however close they are.
+  const double mid = 1.0 + std::ldexp(1.0, -24);
+  const double below = std::nextafter(mid, 0.0), above = std::nextafter(mid, 2.0);
+  EXPECT_EQ(first_pivot({Complex(below), Complex(-above)}), 2);
+  EXPECT_EQ(first_pivot({Complex(0.0, above), Complex(below)}), 1);
 }
 
 // Near-ties at many scales, including subnormal and huge magnitudes: the
