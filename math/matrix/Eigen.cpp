@@ -1,5 +1,7 @@
 // Eigenvalues and right eigenvectors of a general complex matrix through
 // LAPACK's zgeev.
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <vector>
 
@@ -20,6 +22,14 @@ namespace TNT {
 int ComputeEigenVectorsAndValues(const CMatrix& mat, CVector& values, CMatrix& vectors) {
   ASSERT((mat.num_cols() > 0) && (mat.num_cols() == mat.num_rows()));
   if (!((mat.num_cols() > 0) && (mat.num_cols() == mat.num_rows()))) return 2;
+
+  // The reference LAPACK rejects NaN in its balancing step through XERBLA,
+  // which stops the whole program; no eigen-decomposition exists for
+  // non-finite entries anyway, so they are refused here.
+  const Complex* first = mat.data();
+  if (!std::all_of(first, first + mat.size(),
+                   [](const Complex& z) { return std::isfinite(z.re) && std::isfinite(z.im); }))
+    return 1;
 
   const int n = mat.num_rows();
   const std::size_t nn = static_cast<std::size_t>(n) * static_cast<std::size_t>(n);

@@ -25,14 +25,17 @@ CMatrix operator-(const CMatrix& A, const CMatrix& B);
 
 // Solves A * X = B column by column by LU decomposition with partial
 // pivoting. X is first set to zeros of A.cols x B.cols. Returns 0 on
-// success, 2 when A is empty or not square (or B's rows differ), and another
-// non-zero code when A is singular; on any failure X is all zeros.
+// success, 2 when A is empty or not square (or B's rows differ), 1 when the
+// factorisation meets an exactly zero pivot (A singular) and 3 when the
+// substitution gives a value that is not finite (overflow, or non-finite
+// input); on any failure X is all zeros. X may be the same object as A or B.
 int SolveLinear(const CMatrix& A, const CMatrix& B, CMatrix& X);
 
 // LU factorisation in place with partial pivoting; the pivot of column k is
 // the row whose element has the largest magnitude compared in single
-// precision. pivots[k] is the 1-based row swapped into row k. Returns 0, or
-// non-zero when a pivot is exactly zero.
+// precision. pivots (resized to min(rows, cols)) records in pivots[k] the
+// 1-based row swapped into row k. Returns 0, or 1 when a pivot is exactly
+// zero.
 int LUDecompose(CMatrix& A, Vector<int>& pivots);
 
 // Principal square root (zero for zero).
@@ -40,7 +43,8 @@ Complex ComplexSqrt(const Complex& z);
 
 // All eigenvalues and right eigenvectors (the columns of `vectors`) of a
 // general complex matrix, through LAPACK's zgeev. Returns 0 on success and
-// non-zero on failure, leaving the outputs unchanged.
+// non-zero on failure (empty or non-square matrix, a non-finite entry, no
+// convergence), leaving the outputs unchanged.
 int ComputeEigenVectorsAndValues(const CMatrix& mat, CVector& values, CMatrix& vectors);
 
 // Bytes held by the elements: rows * cols * 16 for a complex matrix.

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <limits>
 #include <memory>
-#include <new>
 
 #include "math/matrix/MatrixOps.h"
 
@@ -204,9 +203,10 @@ bool Substitute(const Complex* lu, const int* piv, int n, Complex* x, int nrhs) 
 // a fixed-size buffer would cost as much as the solve.
 class Workspace {
  public:
-  explicit Workspace(const CMatrix& A) : n_(A.num_rows()) {
-    const std::size_t nn = static_cast<std::size_t>(n_) * static_cast<std::size_t>(n_);
-    const std::size_t bytes = nn * sizeof(Complex) + static_cast<std::size_t>(n_) * sizeof(int);
+  explicit Workspace(const CMatrix& A) {
+    const std::size_t n = static_cast<std::size_t>(A.num_rows());
+    const std::size_t nn = n * n;
+    const std::size_t bytes = nn * sizeof(Complex) + n * sizeof(int);
     std::byte* raw = local_;
     if (bytes > sizeof(local_)) {
       heap_ = std::make_unique_for_overwrite<std::byte[]>(bytes);
@@ -220,7 +220,6 @@ class Workspace {
 
  private:
   static constexpr int kLocalOrder = 16;
-  int n_;
   alignas(Complex) std::byte local_[kLocalOrder * kLocalOrder * sizeof(Complex) + kLocalOrder * sizeof(int)];
   std::unique_ptr<std::byte[]> heap_;
   Complex* lu_ = nullptr;

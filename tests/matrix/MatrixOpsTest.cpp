@@ -111,4 +111,19 @@ TEST(Eigen, EmptyOrNonSquareIsReportedAndLeavesOutputs) {
   EXPECT_EQ(vectors[0][0], Complex(8.0));
 }
 
+// LAPACK's own NaN check would end the process; the entry point refuses
+// non-finite input instead and leaves the outputs alone.
+TEST(Eigen, NonFiniteEntriesFailAndLeaveOutputs) {
+  for (double bad : {std::nan(""), HUGE_VAL}) {
+    CMatrix A = TNT::Identity(3);
+    A[1][2] = Complex(0.5, bad);
+    TNT::CVector values(1, Complex(7.0));
+    CMatrix vectors;
+    EXPECT_NE(TNT::ComputeEigenVectorsAndValues(A, values, vectors), 0);
+    EXPECT_EQ(values.dim(), 1);
+    EXPECT_EQ(values[0], Complex(7.0));
+    EXPECT_EQ(vectors.size(), 0);
+  }
+}
+
 }  // namespace
