@@ -28,11 +28,11 @@ TEST(MatrixContainer, CopiesAreDeepAndMovesLeaveSourceEmpty) {
 
   CMatrix moved(std::move(a));
   EXPECT_EQ(moved[1][2], Complex(9.0, 9.0));
-  EXPECT_EQ(a.num_rows(), 0);  // NOLINT(bugprone-use-after-move): moved-from state is defined
+  EXPECT_EQ(a.num_rows(), 0);  // moved-from state is defined: empty
   EXPECT_EQ(a.size(), 0);
   copy = std::move(moved);
   EXPECT_EQ(copy[1][2], Complex(9.0, 9.0));
-  EXPECT_EQ(moved.size(), 0);  // NOLINT(bugprone-use-after-move)
+  EXPECT_EQ(moved.size(), 0);
 }
 
 TEST(MatrixContainer, NewsizeAndDegenerateShapes) {
@@ -75,7 +75,7 @@ TEST(VectorContainer, DeepCopyMoveAndNewsize) {
   EXPECT_EQ(copy[0], 7);
   TNT::Vector<int> moved(std::move(v));
   EXPECT_EQ(moved[0], 1);
-  EXPECT_EQ(v.dim(), 0);  // NOLINT(bugprone-use-after-move)
+  EXPECT_EQ(v.dim(), 0);
   copy = moved;
   EXPECT_EQ(copy[0], 1);
   copy.newsize(5, -2);
