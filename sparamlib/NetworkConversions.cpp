@@ -20,13 +20,12 @@ CMatrix Shifted(const CMatrix& A, double sign, double diagonal) {
 
 CMatrix IdentityPlus(const CMatrix& A, double sign) { return Shifted(A, sign, 1.0); }
 
-// M(i, j) * r_i * r_j for every element, or M(i, j) / (r_i * r_j) with the
+// M(i, j) *= r_i * r_j for every element, or M(i, j) /= r_i * r_j with the
 // saturating division when `divide` is set.
-CMatrix ScaledByRoots(const CMatrix& M, const TNT::CVector& r, bool divide) {
+void ScaleByRoots(CMatrix& M, const TNT::CVector& r, bool divide) {
   const int n = M.num_rows();
-  CMatrix R(M);
   for (int i = 0; i < n; ++i) {
-    Complex* row = R[i];
+    Complex* row = M[i];
     for (int j = 0; j < n; ++j) {
       const Complex rr = r[i] * r[j];
       if (divide) {
@@ -36,6 +35,11 @@ CMatrix ScaledByRoots(const CMatrix& M, const TNT::CVector& r, bool divide) {
       }
     }
   }
+}
+
+CMatrix ScaledByRoots(const CMatrix& M, const TNT::CVector& r, bool divide) {
+  CMatrix R(M);
+  ScaleByRoots(R, r, divide);
   return R;
 }
 
@@ -59,17 +63,15 @@ TNT::CVector SqrtImpedances(const TNT::CVector& z) {
 
 int ConvertSToY(const CMatrix& S, const TNT::CVector& r, CMatrix& Y) {
   if (!Compatible(S, r, Y)) return kShapeError;
-  CMatrix normalized;
-  const int status = TNT::SolveLinear(IdentityPlus(S, 1.0), IdentityPlus(S, -1.0), normalized);
-  Y = status == 0 ? ScaledByRoots(normalized, r, true) : std::move(normalized);
+  const int status = TNT::SolveLinear(IdentityPlus(S, 1.0), IdentityPlus(S, -1.0), Y);
+  if (status == 0) ScaleByRoots(Y, r, true);
   return status;
 }
 
 int ConvertSToZ(const CMatrix& S, const TNT::CVector& r, CMatrix& Z) {
   if (!Compatible(S, r, Z)) return kShapeError;
-  CMatrix normalized;
-  const int status = TNT::SolveLinear(IdentityPlus(S, -1.0), IdentityPlus(S, 1.0), normalized);
-  Z = status == 0 ? ScaledByRoots(normalized, r, false) : std::move(normalized);
+  const int status = TNT::SolveLinear(IdentityPlus(S, -1.0), IdentityPlus(S, 1.0), Z);
+  if (status == 0) ScaleByRoots(Z, r, false);
   return status;
 }
 

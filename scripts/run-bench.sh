@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Runs every benchmark and the peer comparisons; prints figures for the README.
+set -euo pipefail
+build=${1:-build}
+cd "$(dirname "$0")/.."
+python=/usr/bin/python3
+
+echo "== machine: $(lscpu | sed -n 's/^Model name: *//p'), $(nproc) cores; $(c++ --version | head -1); -O2"
+echo "== S->Y / S->Z against scikit-rf"
+"$python" bench/compare_conversions.py "$build/bench/bench_conversions" 2>/dev/null
+echo "== SolveLinear against LAPACK zgesv"
+"$build/bench/bench_solve"
+echo "== block text write / read"
+"$build/bench/bench_block_text"
