@@ -207,7 +207,10 @@ class CTextReader {
   bool AtEnd() const { return m_P == m_End; }
 
   void SkipSpace();
+  // Records the message for a place on the current line.
   bool Fail(const char* at, std::string_view expected, std::string_view found);
+  // Same, for a place remembered from an earlier line.
+  bool FailAt(int line, int column, std::string_view expected, std::string_view found);
   std::string Describe(const char* at) const;
   std::string DescribeWord(const char* at) const;
   std::string DescribeByte(const char* at) const;
@@ -293,11 +296,15 @@ std::string CTextReader::DescribeByte(const char* at) const {
 }
 
 bool CTextReader::Fail(const char* at, std::string_view expected, std::string_view found) {
+  return FailAt(m_Line, Column(at), expected, found);
+}
+
+bool CTextReader::FailAt(int line, int column, std::string_view expected, std::string_view found) {
   m_Error.assign(m_Source);
   m_Error += ':';
-  AppendInteger(m_Error, m_Line);
+  AppendInteger(m_Error, line);
   m_Error += ':';
-  AppendInteger(m_Error, Column(at));
+  AppendInteger(m_Error, column);
   m_Error += ": expected ";
   m_Error += expected;
   m_Error += ", found ";
@@ -659,7 +666,8 @@ bool CTextReader::Run() {
         std::string expected = "at most ";
         AppendInteger(expected, kMaxBlockDepth);
         expected += " nested blocks";
-        return Fail(nameAt, expected, "block " + Quote(name) + " nested deeper");
+        // The name may stand on an earlier line than the '{'.
+        return FailAt(line, column, expected, "block " + Quote(name) + " nested deeper");
       }
       ++m_P;
       CBlock& child = block.AddBlock(name);
@@ -810,11 +818,19 @@ bool WriteBlockFile(const std::filesystem::path& path, const CBlock& root, AStri
   std::string text;
   WriteBlockText(root, text);
 
-  const std::string target = path.string();
   const auto fail = [&](const char* step, int err) {
-    if (error) *error = AString("cannot save \"" + target + "\": " + step + ": " + ErrnoText(err));
+    if (error) *error = AString("cannot save \"" + path.string() + "\": " + step + ": " + ErrnoText(err));
     return false;
   };
+  // Saving through a symbolic link updates the file it points to; renaming
+  // over the link itself would silently cut it.
+  std::filesystem::path real = path;
+  std::error_code ec;
+  if (std::filesystem::is_symlink(path, ec)) {
+    std::filesystem::path resolved = std::filesystem::canonical(path, ec);
+    if (!ec) real = std::move(resolved);
+  }
+  const std::string target = real.string();
 
   // Same directory as the target, so the final rename cannot cross file systems.
   std::string temp;
@@ -854,7 +870,7 @@ bool WriteBlockFile(const std::filesystem::path& path, const CBlock& root, AStri
     return fail(step, err);
   }
   // Make the rename itself durable; a failure here loses nothing already saved.
-  std::filesystem::path dir = path.parent_path();
+  std::filesystem::path dir = real.parent_path();
   if (dir.empty()) dir = ".";
   const int dfd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (dfd >= 0) {

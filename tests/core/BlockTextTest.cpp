@@ -219,9 +219,9 @@ struct Malformed {
   const char* message;  // the whole expected message, source name "bad.sp"
 };
 
-std::string Nested(int depth) {
+std::string Nested(int depth, const char* open = "b {\n") {
   std::string s;
-  for (int i = 0; i < depth; ++i) s += "b {\n";
+  for (int i = 0; i < depth; ++i) s += open;
   for (int i = 0; i < depth; ++i) s += "} b\n";
   return s;
 }
@@ -298,6 +298,8 @@ TEST(BlockText, MalformedInputNamesLineColumnAndWhatWasExpected) {
       {"a = b\0 = 1"s, "bad.sp:1:6: expected an item name or end of file, found byte 0x00"},
       {Nested(201),
        "bad.sp:201:1: expected at most 200 nested blocks, found block \"b\" nested deeper"},
+      {Nested(201, "  b\n{\n"),
+       "bad.sp:401:3: expected at most 200 nested blocks, found block \"b\" nested deeper"},
   };
   for (const Malformed& m : cases) {
     const std::string& text = m.text;
@@ -604,6 +606,21 @@ TEST_F(BlockFile, ReplacedFileKeepsItsPermissions) {
                 std::filesystem::perms::group_read);
 }
 
+TEST_F(BlockFile, SavingThroughASymlinkUpdatesItsTarget) {
+  std::filesystem::create_directory(dir / "real");
+  const auto real = dir / "real" / "project.sp";
+  { std::ofstream(real) << "old = 1\n"; }
+  const auto link = dir / "link.sp";
+  std::filesystem::create_symlink(real, link);
+  ASSERT_TRUE(io::WriteBlockFile(link, EveryKind()));
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(Slurp(real), Write(EveryKind()));
+  EXPECT_EQ(Entries(), (std::vector<std::string>{"link.sp", "real"}));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir / "real"),
+                          std::filesystem::directory_iterator()),
+            1);  // no temporary left beside the real file
+}
+
 TEST_F(BlockFile, FailedSaveLeavesTheTargetAndNoTemporary) {
   // The target is a directory: the rename fails after the data was written.
   const auto target = dir / "taken";
@@ -651,6 +668,26 @@ TEST_F(BlockFile, EmptyFileIsAnEmptyDocument) {
   CBlock root;
   EXPECT_EQ(io::ReadBlockFile(path, root), io::kReadOk);
   EXPECT_TRUE(root.IsEmpty());
+}
+
+}  // namespace
+
+namespace {
+
+// The first example of the user documentation is what the writer produces
+// (after its leading comment line), so the page cannot drift from the code.
+TEST(BlockText, DocumentedExampleIsWhatTheWriterProduces) {
+  std::ifstream in(std::filesystem::path(SPARAMLIB_SOURCE_DIR) / "docs" / "project-file.md");
+  ASSERT_TRUE(in) << "docs/project-file.md not found";
+  const std::string page{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  const size_t open = page.find("```\n");
+  ASSERT_NE(open, std::string::npos);
+  const size_t close = page.find("```\n", open + 4);
+  ASSERT_NE(close, std::string::npos);
+  const std::string example = page.substr(open + 4, close - open - 4);
+  CBlock root;
+  ASSERT_EQ(io::ParseBlockText(example, "docs", root), io::kReadOk) << root.GetReadError();
+  EXPECT_EQ(Write(root), example.substr(example.find('\n') + 1));
 }
 
 }  // namespace
