@@ -2,6 +2,8 @@
 // error positions) and the whole-file load and atomic save around them.
 #include "core/BlockText.h"
 
+#include "core/Assert.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -742,8 +744,12 @@ std::atomic<unsigned> g_tempCounter{0};
 
 // ---- Public entry points --------------------------------------------------
 
-void WriteBlockText(const CBlock& root, std::string& out) {
-  // An explicit stack: trees built in memory have no depth limit.
+namespace {
+
+// Writes the text and returns the deepest nesting of blocks met. An explicit
+// stack: trees built in memory have no depth limit of their own.
+size_t AppendText(const CBlock& root, std::string& out) {
+  size_t deepest = 0;
   struct Frame {
     const CBlock* block;
     size_t next;
@@ -784,10 +790,20 @@ void WriteBlockText(const CBlock& root, std::string& out) {
       case ItemKind::Block:
         out += " {\n";
         stack.push_back({item.GetBlock(), 0});
+        deepest = std::max(deepest, stack.size() - 1);
         continue;
     }
     out += '\n';
   }
+  return deepest;
+}
+
+}  // namespace
+
+void WriteBlockText(const CBlock& root, std::string& out) {
+  // Deeper trees are written all the same, but the reader would refuse them.
+  const size_t deepest = AppendText(root, out);
+  ASSERT(deepest <= static_cast<size_t>(kMaxBlockDepth));
 }
 
 ReadError ParseBlockText(std::string_view text, std::string_view sourceName, CBlock& root) {
@@ -816,7 +832,16 @@ ReadError ReadBlockFile(const std::filesystem::path& path, CBlock& root) {
 
 bool WriteBlockFile(const std::filesystem::path& path, const CBlock& root, AString* error) {
   std::string text;
-  WriteBlockText(root, text);
+  const size_t deepest = AppendText(root, text);
+  if (deepest > static_cast<size_t>(kMaxBlockDepth)) {
+    // A file that cannot be read back is worse than no file.
+    if (error) {
+      *error = AString::Format("cannot save \"%s\": blocks are nested %zu deep, more than the %d "
+                               "a project file may hold",
+                               path.c_str(), deepest, kMaxBlockDepth);
+    }
+    return false;
+  }
 
   const auto fail = [&](const char* step, int err) {
     if (error) *error = AString("cannot save \"" + path.string() + "\": " + step + ": " + ErrnoText(err));

@@ -19,6 +19,8 @@
 #include <string>
 #include <vector>
 
+#include "support/AssertCapture.h"
+
 namespace {
 
 using io::CBlock;
@@ -321,6 +323,12 @@ TEST(BlockText, NestingUpToTheLimitIsAccepted) {
   int depth = 0;
   while ((b = b->FindBlock("b")) != nullptr) ++depth;
   EXPECT_EQ(depth, io::kMaxBlockDepth);
+  // The writer takes the deepest readable tree without complaint.
+  testing_support::AssertCapture capture;
+  CBlock again;
+  EXPECT_EQ(io::ParseBlockText(Write(root), "again.sp", again), io::kReadOk);
+  EXPECT_TRUE(again == root);
+  EXPECT_TRUE(capture.empty());
 }
 
 TEST(BlockText, VeryDeepInputFailsWithoutExhaustingTheStack) {
@@ -639,6 +647,24 @@ TEST_F(BlockFile, FailedSaveLeavesTheTargetAndNoTemporary) {
   EXPECT_EQ(error, "cannot save \"" + nowhere.string() +
                        "\": cannot create a temporary file: No such file or directory");
   EXPECT_FALSE(io::WriteBlockFile(nowhere, EveryKind()));  // no error text wanted
+}
+
+TEST_F(BlockFile, TreesTooDeepToReadBackAreNotSaved) {
+  CBlock root;
+  CBlock* b = &root;
+  for (int i = 0; i <= io::kMaxBlockDepth; ++i) b = &b->AddBlock("b");
+  const auto path = dir / "deep.sp";
+  AString error;
+  EXPECT_FALSE(io::WriteBlockFile(path, root, &error));
+  EXPECT_EQ(error, "cannot save \"" + path.string() +
+                       "\": blocks are nested 201 deep, more than the 200 a project file may hold");
+  EXPECT_TRUE(Entries().empty());
+  // Writing the text is a programming error the assertion service reports.
+  testing_support::AssertCapture capture;
+  std::string text;
+  io::WriteBlockText(root, text);
+  EXPECT_EQ(capture.conditions(),
+            std::vector<std::string>{"deepest <= static_cast<size_t>(kMaxBlockDepth)"});
 }
 
 TEST_F(BlockFile, UnreadableFilesAreFileErrorsNamingThePath) {
