@@ -54,6 +54,7 @@ inline bool Is(char c, std::uint8_t cls) { return (kClass[static_cast<unsigned c
 
 constexpr std::uint64_t kSignBit = 0x8000000000000000ull;
 constexpr std::uint64_t kQuietNaN = 0x7ff8000000000000ull;
+constexpr std::uint64_t kInfinity = 0x7ff0000000000000ull;
 
 bool IsKeyword(std::string_view s) {
   return s == "true" || s == "false" || s == "inf" || s == "nan";
@@ -206,7 +207,6 @@ class CTextReader {
     return c > std::numeric_limits<int>::max() ? std::numeric_limits<int>::max()
                                                : static_cast<int>(c);
   }
-  bool AtEnd() const { return m_P == m_End; }
 
   void SkipSpace();
   // Records the message for a place on the current line.
@@ -421,9 +421,8 @@ bool CTextReader::ReadNaNPattern(const char* start, Scalar& v) {
   q += 2;
   std::uint64_t bits = 0;
   const auto r = std::from_chars(q, m_End, bits, 16);
-  // from_chars would accept a sign; the pattern is digits only, at most 16.
-  if (r.ec != std::errc() || q == m_End || !Is(*q, kIdentChar) || r.ptr - q > 16 ||
-      r.ptr == m_End || *r.ptr != ')')
+  // At most 16 digits: leading zeros would otherwise let longer spellings in.
+  if (r.ec != std::errc() || r.ptr - q > 16 || r.ptr == m_End || *r.ptr != ')')
     return fail(r.ptr);
   const double d = std::bit_cast<double>(bits);
   if (!std::isnan(d)) return fail(r.ptr);
@@ -451,10 +450,7 @@ bool CTextReader::ReadNumber(Scalar& v) {
                     Quote(std::string_view(start, static_cast<size_t>(e + 1 - start))));
       v.kind = ValueKind::Real;
       const std::uint64_t sign = negative ? kSignBit : 0;
-      v.real = word == "inf" ? std::bit_cast<double>(std::bit_cast<std::uint64_t>(
-                                   std::numeric_limits<double>::infinity()) |
-                                                      sign)
-                             : std::bit_cast<double>(kQuietNaN | sign);
+      v.real = std::bit_cast<double>((word == "inf" ? kInfinity : kQuietNaN) | sign);
       m_P = e;
       return true;
     }
