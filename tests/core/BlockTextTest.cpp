@@ -130,18 +130,6 @@ TEST(BlockText, EveryDoubleReadsBackBitForBit) {
   }
 }
 
-TEST(BlockText, EveryIntegerReadsBackExactly) {
-  std::mt19937_64 rng(99);
-  CBlock tree;
-  std::vector<std::int64_t> values = {0, -1, 1, std::numeric_limits<std::int64_t>::min(),
-                                      std::numeric_limits<std::int64_t>::max()};
-  for (int i = 0; i < 2000; ++i) values.push_back(static_cast<std::int64_t>(rng()) >> (i % 63));
-  for (std::int64_t v : values) tree.AddInteger("n", v);
-  CBlock back;
-  ASSERT_EQ(io::ParseBlockText(Write(tree), "ints.sp", back), io::kReadOk);
-  EXPECT_TRUE(back == tree);
-}
-
 TEST(BlockText, SmallDocumentHasThisExactLayout) {
   CBlock root;
   root.AddInteger("Version", 1);
