@@ -41,16 +41,27 @@ struct AComplex {
   }
   // Division by an exact zero saturates both parts to the largest finite
   // double instead of producing infinities or NaN: downstream conversions keep
-  // finite numbers and no floating-point exception is raised.
+  // finite numbers and no floating-point exception is raised. Any other
+  // divisor takes Smith's scaled quotient, so neither a tiny nor a huge
+  // divisor overflows or underflows in |b|^2.
   constexpr AComplex& operator/=(const AComplex& b) {
-    const T d = b.re * b.re + b.im * b.im;
-    if (d == T(0)) {
+    if (b.re == T(0) && b.im == T(0)) {
       re = im = static_cast<T>(std::numeric_limits<double>::max());
       return *this;
     }
-    const T r = (re * b.re + im * b.im) / d;
-    im = (im * b.re - re * b.im) / d;
-    re = r;
+    if (std::fabs(b.re) >= std::fabs(b.im)) {
+      const T ratio = b.im / b.re;
+      const T den = b.re + b.im * ratio;
+      const T r = (re + im * ratio) / den;
+      im = (im - re * ratio) / den;
+      re = r;
+    } else {
+      const T ratio = b.re / b.im;
+      const T den = b.re * ratio + b.im;
+      const T r = (re * ratio + im) / den;
+      im = (im * ratio - re) / den;
+      re = r;
+    }
     return *this;
   }
 

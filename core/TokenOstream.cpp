@@ -3,11 +3,13 @@
 
 #include <cstdarg>
 #include <cstring>
+#include <string>
 
 namespace io {
 
 CToken_ostream::CToken_ostream(const std::filesystem::path& path) {
   m_File = std::fopen(path.c_str(), "wb");
+  m_WasOpen = m_File != nullptr;
   // Export files run to hundreds of megabytes; a large buffer keeps the
   // number of system calls low.
   if (m_File) std::setvbuf(m_File, nullptr, _IOFBF, 1 << 20);
@@ -16,7 +18,7 @@ CToken_ostream::CToken_ostream(const std::filesystem::path& path) {
 CToken_ostream::~CToken_ostream() { Close(); }
 
 bool CToken_ostream::Close() {
-  if (!m_File) return false;
+  if (!m_File) return !m_Failed && m_WasOpen;
   if (std::fclose(m_File) != 0) m_Failed = true;
   m_File = nullptr;
   return !m_Failed;
@@ -34,7 +36,14 @@ CToken_ostream& CToken_ostream::operator<<(double value) {
   if (m_Format && m_LastWasNumber) Write(" ", 1);
   char buf[64];
   const int n = std::snprintf(buf, sizeof buf, "%.*g", m_Precision, value);
-  if (n > 0) Write(buf, static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1);
+  if (n > 0 && static_cast<size_t>(n) < sizeof buf) {
+    Write(buf, static_cast<size_t>(n));
+  } else if (n > 0) {
+    // Very high precisions need more room; never cut a number short.
+    std::string wide(static_cast<size_t>(n) + 1, '\0');
+    std::snprintf(wide.data(), wide.size(), "%.*g", m_Precision, value);
+    Write(wide.data(), static_cast<size_t>(n));
+  }
   m_LastWasNumber = true;
   return *this;
 }

@@ -51,6 +51,7 @@ class CToken_ostream {
 
   std::FILE* m_File = nullptr;
   bool m_Failed = false;
+  bool m_WasOpen = false;
   bool m_Format = true;
   bool m_LastWasNumber = false;
   int m_Precision = 6;

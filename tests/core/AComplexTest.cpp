@@ -25,6 +25,18 @@ TEST(AComplex, DivisionByExactZeroSaturatesBothParts) {
   EXPECT_EQ(z.im, big);
 }
 
+TEST(AComplex, DivisionByTinyOrHugeDivisorsStaysExact) {
+  // |b|^2 under- or overflows here; the quotient itself is ordinary.
+  const Z tiny = Z(1, 0) / Z(1e-200, 0);
+  EXPECT_DOUBLE_EQ(tiny.re, 1e200);
+  EXPECT_EQ(tiny.im, 0.0);
+  const Z one = Z(1e200, 1e200) / Z(1e200, 1e200);
+  EXPECT_DOUBLE_EQ(one.re, 1.0);
+  EXPECT_DOUBLE_EQ(one.im, 0.0);
+  const Z rotated = Z(0, 3e-170) / Z(0, 1e-170);
+  EXPECT_DOUBLE_EQ(rotated.re, 3.0);
+}
+
 TEST(AComplex, Arithmetic) {
   const Z a(1, 2), b(3, -4);
   EXPECT_TRUE(a + b == Z(4, -2));

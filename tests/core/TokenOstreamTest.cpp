@@ -55,6 +55,19 @@ TEST_F(TokenOstream, PrecisionIsSignificantDigits) {
   EXPECT_EQ(Contents(), "3.14159 3.14 1.23e+06 0.10000000000000001 3");
 }
 
+TEST_F(TokenOstream, HighPrecisionNumbersAreNotCutShort) {
+  {
+    io::CToken_ostream os(path);
+    os.SetPrecision(80);
+    os << 1e-300;
+    EXPECT_TRUE(os.Close());
+    EXPECT_TRUE(os.Close()) << "closing twice keeps the outcome";
+  }
+  const std::string text = Contents();
+  EXPECT_GT(text.size(), 64u);
+  EXPECT_EQ(text.substr(text.size() - 5), "e-300");
+}
+
 TEST_F(TokenOstream, NumbersAreSeparatedOnlyWhenFormatting) {
   {
     io::CToken_ostream os(path);
