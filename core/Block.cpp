@@ -257,7 +257,12 @@ CBlock& CBlock::AddBlock(CBlock block) {
 }
 
 int CBlock::AddEnum(std::string_view name, std::span<const char* const> table, int value) {
-  if (value < 0 || static_cast<size_t>(value) >= table.size()) return kReadBadValue;
+  if (value < 0 || static_cast<size_t>(value) >= table.size()) {
+    // A value without a name (one that was never set, say) is kept by number
+    // so that it survives a save; the code tells the caller it has no name.
+    AddInteger(name, value);
+    return kReadUnknownName;
+  }
   AddName(name, table[static_cast<size_t>(value)]);
   return kReadOk;
 }
@@ -471,6 +476,15 @@ ReadError CBlock::GetComplex(std::string_view name, AComplex<double>& out) const
 
 ReadError CBlock::GetEnum(std::string_view name, std::span<const char* const> table,
                           int& value) const {
+  if (const Item* it = Find(name);
+      it && it->kind == ItemKind::Value && m_Slots[it->firstSlot].kind == ValueKind::Integer) {
+    // Written by number because the value had no name; give it back as it was.
+    const std::int64_t number = m_Slots[it->firstSlot].integer;
+    if (number < std::numeric_limits<int>::min() || number > std::numeric_limits<int>::max())
+      return WrongKind(*it, "an enumeration name");
+    value = static_cast<int>(number);
+    return kReadUnknownName;
+  }
   AString text;
   const ReadError r = GetString(name, text);
   if (r != kReadOk) return r;

@@ -102,8 +102,9 @@ class CBlock {
   // while this block lives (sub-blocks are held by pointer).
   CBlock& AddBlock(std::string_view name);
   CBlock& AddBlock(CBlock block);  // adopts a block built elsewhere, keeping its name
-  // Writes an enumeration by name from its table. Returns 0, or kReadBadValue
-  // (nothing written) when the value lies outside the table.
+  // Writes an enumeration by name from its table. Returns 0, or
+  // kReadUnknownName when the value lies outside the table: it is then
+  // written as its number, which GetEnum gives back unchanged.
   int AddEnum(std::string_view name, std::span<const char* const> table, int value);
   // Records the source position of the item added last (used by the text reader).
   void SetLastItemPosition(int line, int column);
@@ -138,7 +139,9 @@ class CBlock {
   ReadError GetRealFunction(std::string_view name, std::vector<double>& out) const;
   ReadError GetComplex(std::string_view name, AComplex<double>& out) const;
   // Enumeration by name: kReadOk, kReadTolerated when absent, kReadUnknownName
-  // when the name is not in the table (value kept, reason recorded).
+  // when the name is not in the table (value kept, reason recorded) or when
+  // the item holds a number (written for a value outside the table; value
+  // set to it).
   ReadError GetEnum(std::string_view name, std::span<const char* const> table, int& value) const;
 
   // ---- Error state -------------------------------------------------------

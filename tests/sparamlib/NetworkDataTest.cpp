@@ -266,9 +266,13 @@ TEST(NetworkDataPersistence, BlockLayoutUsesStoredKeys) {
   EXPECT_EQ(r1->GetComplex("c", c), io::kReadOk);
   EXPECT_EQ(c, C(3.0));
 
+  // A type outside the name table survives a save by number.
   p.SetDataType(static_cast<CNetworkData::DataPointType>(9));
-  io::CBlock bad("DataPoint");
-  EXPECT_FALSE(p.WriteToBlock(bad));
+  io::CBlock odd("DataPoint");
+  EXPECT_TRUE(p.WriteToBlock(odd));
+  CNetworkData q(&owner);
+  q.ReadFromBlock(odd);
+  EXPECT_EQ(q.GetDataType(), 9);
 }
 
 TEST(NetworkDataPersistence, PortlessOwnerReadsOnlyFrequencyAndType) {
