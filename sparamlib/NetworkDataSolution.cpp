@@ -1,0 +1,280 @@
+// Frequency lookup, point ownership, matrix entries and the stored form of a
+// network data solution.
+#include "sparamlib/NetworkDataSolution.h"
+
+#include <algorithm>
+
+#include "core/Assert.h"
+#include "sparamlib/InterpolateVisitor.h"
+
+namespace {
+
+// The first key at or above f - t, if it lies within f + t; exact key for t = 0.
+CNetworkData* Find(const CNetworkDataSolution::PointMap& map, double f, double t, bool exact) {
+  if (exact) {
+    const auto it = map.find(f);
+    return it == map.end() ? nullptr : it->second.get();
+  }
+  const auto it = map.lower_bound(f - t);
+  return it != map.end() && it->first <= f + t ? it->second.get() : nullptr;
+}
+
+}  // namespace
+
+CNetworkDataSolution::CNetworkDataSolution(const AString& name) : m_Name(name) {}
+
+CNetworkDataSolution::CNetworkDataSolution(const CNetworkDataSolution& other)
+    : INetworkDataOwner(other),
+      m_Name(other.m_Name),
+      m_SolutionType(other.m_SolutionType),
+      m_AdaptivePass(other.m_AdaptivePass),
+      m_EnergyError(other.m_EnergyError),
+      m_MatrixIndexMap(other.m_MatrixIndexMap),
+      m_EntryCount(other.m_EntryCount) {
+  for (const auto& [f, point] : other.m_FrequencyMap) {
+    auto copy = point->Clone();
+    copy->SetOwner(this);
+    m_FrequencyMap.emplace(f, std::move(copy));
+  }
+  for (const auto& [f, point] : other.m_InterpolatedMap) {
+    auto copy = point->Clone();
+    copy->SetOwner(this);
+    m_InterpolatedMap.emplace(f, std::move(copy));
+  }
+  int iloop = 0;
+  for (auto it = other.m_MatrixEntries.begin(); it != other.m_MatrixEntries.end(); ++it, ++iloop) {
+    ASSERT((*it)->GetMatrixIndex() == iloop);
+    m_MatrixEntries.push_back(std::make_unique<CMatrixEntry>(**it));
+  }
+  if (other.m_NoiseSolution)
+    m_NoiseSolution = std::make_unique<CNoiseDataSolution>(*other.m_NoiseSolution);
+}
+
+CNetworkDataSolution::~CNetworkDataSolution() = default;
+
+std::unique_ptr<CNetworkDataSolution> CNetworkDataSolution::Clone() const {
+  return std::make_unique<CNetworkDataSolution>(*this);
+}
+
+// ---- Points ---------------------------------------------------------------
+
+CNetworkData* CNetworkDataSolution::GetNetworkData(double frequency, double tolerance,
+                                                   bool interpolate) {
+  if (m_FrequencyMap.empty()) return nullptr;
+  const double t = std::max(frequency * 1e-9, tolerance);
+  const bool exact = tolerance == 0.0;
+  // A state-space fit answers from its model even where a point was
+  // solved; only points already interpolated from it are reused.
+  const bool skipSolved = m_SolutionType == StateSpaceFit && interpolate;
+  if (!skipSolved) {
+    if (CNetworkData* p = Find(m_FrequencyMap, frequency, t, exact)) return p;
+  }
+  if (CNetworkData* p = Find(m_InterpolatedMap, frequency, t, exact)) return p;
+  if (!interpolate) return nullptr;
+  const std::unique_ptr<CInterpolateVisitor> visitor = MakeInterpolateVisitor();
+  return visitor ? Interpolate(*visitor, frequency) : nullptr;
+}
+
+bool CNetworkDataSolution::AddNetworkData(std::unique_ptr<CNetworkData> point) {
+  if (!point) return false;
+  const double f = point->GetFrequency();
+  if (m_FrequencyMap.count(f)) return false;
+  m_FrequencyMap.emplace(f, std::move(point));
+  m_InterpolatedMap.erase(f);
+  return true;
+}
+
+void CNetworkDataSolution::ReleaseNetworkData(double frequency) {
+  m_InterpolatedMap.erase(frequency);
+}
+
+void CNetworkDataSolution::Clear() {
+  m_FrequencyMap.clear();
+  m_InterpolatedMap.clear();
+}
+
+std::unique_ptr<CNetworkData> CNetworkDataSolution::CreateNetworkData() {
+  return std::make_unique<CNetworkData>(this);
+}
+
+CNetworkData* CNetworkDataSolution::Interpolate(CInterpolateVisitor& visitor, double frequency) {
+  std::unique_ptr<CNetworkData> target = CreateNetworkData();
+  target->SetFrequency(frequency);
+  target->SetDataType(CNetworkData::Interpolated);
+  if (!Accept(visitor, *target)) return nullptr;
+  CNetworkData* kept = target.get();
+  m_InterpolatedMap[frequency] = std::move(target);
+  return kept;
+}
+
+bool CNetworkDataSolution::Accept(CInterpolateVisitor& visitor, CNetworkData& target) {
+  return visitor.Visit(*this, target);
+}
+
+std::unique_ptr<CInterpolateVisitor> CNetworkDataSolution::MakeInterpolateVisitor() const {
+  // The interpolation methods are not built yet: every type answers null.
+  return nullptr;
+}
+
+// ---- Matrix entries -------------------------------------------------------
+
+const CMatrixEntry* CNetworkDataSolution::GetMatrixEntry(int matrix_index) const {
+  ASSERT((matrix_index < static_cast<int>(m_MatrixEntries.size())));
+  if (matrix_index < 0 || matrix_index >= static_cast<int>(m_MatrixEntries.size())) return nullptr;
+  return m_MatrixEntries[static_cast<size_t>(matrix_index)].get();
+}
+
+CMatrixEntry& CNetworkDataSolution::AddMatrixEntry(const CMatrixEntry& entry) {
+  auto& added = m_MatrixEntries.emplace_back(std::make_unique<CMatrixEntry>(entry));
+  added->SetMatrixIndex(static_cast<int>(m_MatrixEntries.size()) - 1);
+  return *added;
+}
+
+bool CNetworkDataSolution::IsValidMatrixIndex(int matrixIndex) const {
+  return m_MatrixIndexMap.empty() || m_MatrixIndexMap.count(matrixIndex) != 0;
+}
+
+int CNetworkDataSolution::GetEntryPosition(int matrixIndex) const {
+  const auto it = m_MatrixIndexMap.find(matrixIndex);
+  return it == m_MatrixIndexMap.end() ? -1 : it->second;
+}
+
+void CNetworkDataSolution::AdaptStoredMatrix(TNT::CMatrix& matrix) const {
+  // The rows and columns of the entries kept at the last read, in order.
+  std::vector<int> kept;
+  for (int p = 0; p < matrix.num_rows(); ++p)
+    if (IsValidMatrixIndex(p)) kept.push_back(p);
+  const int n = GetNumPorts();
+  TNT::CMatrix reduced(n, n);
+  const int m = std::min(n, static_cast<int>(kept.size()));
+  for (int i = 0; i < m; ++i)
+    for (int j = 0; j < m; ++j)
+      reduced[i][j] = matrix[kept[static_cast<size_t>(i)]][kept[static_cast<size_t>(j)]];
+  matrix = std::move(reduced);
+}
+
+CNoiseDataSolution& CNetworkDataSolution::GetOrCreateNoiseSolution() {
+  if (!m_NoiseSolution) m_NoiseSolution = std::make_unique<CNoiseDataSolution>();
+  return *m_NoiseSolution;
+}
+
+size_t CNetworkDataSolution::GetMemorySize() const {
+  size_t bytes = 0;
+  for (const auto& [f, p] : m_FrequencyMap) bytes += p->GetMemorySize();
+  for (const auto& [f, p] : m_InterpolatedMap) bytes += p->GetMemorySize();
+  return bytes;
+}
+
+// ---- Persistence ----------------------------------------------------------
+
+namespace {
+
+// A map of points as one sub-block per point; false (and nothing added) when
+// a point cannot write itself.
+bool WritePoints(io::CBlock& block, const char* key, const CNetworkDataSolution::PointMap& map) {
+  io::CBlock points(key);
+  for (const auto& [f, point] : map)
+    if (!point->WriteToBlock(points.AddBlock(point->GetBlockName()))) return false;
+  block.AddBlock(std::move(points));
+  return true;
+}
+
+}  // namespace
+
+bool CNetworkDataSolution::Write(io::CBlock& block, bool withInterpolated) const {
+  block.AddEnum("ObjectType", kObjectTypeNames, GetObjectType());
+  block.AddEnum("SolutionType", kSolutionTypeNames, m_SolutionType);
+  block.AddString("Name", m_Name);
+  block.AddInteger("AdaptivePass", m_AdaptivePass);
+  block.AddReal("EnergyError", m_EnergyError);
+  if (!m_FrequencyMap.empty() && !WritePoints(block, "Frequencies", m_FrequencyMap)) return false;
+  if (!m_MatrixEntries.empty()) {
+    io::CBlock ports("Ports");
+    for (const auto& entry : m_MatrixEntries)
+      if (!entry->WriteToBlock(ports.AddBlock("Port"))) return false;
+    block.AddBlock(std::move(ports));
+  }
+  if (withInterpolated && !m_InterpolatedMap.empty() &&
+      !WritePoints(block, "InterpolatedFrequencies", m_InterpolatedMap)) {
+    return false;
+  }
+  if (m_NoiseSolution && !m_NoiseSolution->WriteToBlock(block.AddBlock("NoiseSolution")))
+    return false;
+  return true;
+}
+
+int CNetworkDataSolution::Read(const io::CBlock& block) {
+  int type = m_SolutionType;
+  block.GetEnum("SolutionType", kSolutionTypeNames, type);
+  m_SolutionType = static_cast<SolutionType>(type);
+  block.GetInteger("AdaptivePass", m_AdaptivePass);
+  block.GetString("Name", m_Name);
+  block.GetReal("EnergyError", m_EnergyError);
+
+  Clear();
+  m_MatrixEntries.clear();
+
+  if (const io::CBlock* ports = block.FindBlock("Ports")) {
+    const int result = ReadEntries(*ports);
+    if (!io::IsReadOk(result)) return result;
+  }
+  if (const io::CBlock* points = block.FindBlock("Frequencies")) {
+    const int result = ReadPoints(*points, false);
+    if (!io::IsReadOk(result)) return result;
+  }
+  if (const io::CBlock* points = block.FindBlock("InterpolatedFrequencies")) {
+    const int result = ReadPoints(*points, true);
+    if (!io::IsReadOk(result)) return result;
+  }
+  if (const io::CBlock* noise = block.FindBlock("NoiseSolution")) {
+    const int result = GetOrCreateNoiseSolution().ReadFromBlock(*noise);
+    if (!io::IsReadOk(result)) return result;
+  }
+  return io::kReadOk;
+}
+
+int CNetworkDataSolution::ReadEntries(const io::CBlock& ports) {
+  bool dropped = false;
+  int smallest = 1;
+  int position = 0;
+  for (size_t k = 0; k < ports.GetNumItems(); ++k) {
+    const io::CBlock* sub = ports.GetItem(k).GetBlock();
+    if (!sub) continue;
+    auto entry = std::make_unique<CMatrixEntry>();
+    const int result = entry->ReadFromBlock(*sub);
+    if (!io::IsReadOk(result)) return result;
+    if (!IsValidMatrixIndex(position++)) {
+      dropped = true;
+      continue;
+    }
+    smallest = std::min(smallest, entry->GetMatrixIndex());
+    m_MatrixEntries.push_back(std::move(entry));
+  }
+  m_EntryCount = static_cast<int>(ports.GetNumItems());
+  if (dropped) {
+    for (auto& entry : m_MatrixEntries) entry->SetMatrixIndex(GetEntryPosition(entry->GetMatrixIndex()));
+  } else if (smallest == 1 && !m_MatrixEntries.empty()) {
+    // Files of an older kind numbered the entries from 1.
+    ASSERT(!"Matrix entries are 1-based indexed??");
+    for (auto& entry : m_MatrixEntries) entry->SetMatrixIndex(entry->GetMatrixIndex() - 1);
+  }
+  return io::kReadOk;
+}
+
+int CNetworkDataSolution::ReadPoints(const io::CBlock& block, bool interpolated) {
+  for (size_t k = 0; k < block.GetNumItems(); ++k) {
+    const io::CBlock* sub = block.GetItem(k).GetBlock();
+    if (!sub) continue;
+    std::unique_ptr<CNetworkData> point = CreateNetworkData();
+    point->SetOwner(this);
+    const int result = point->ReadFromBlock(*sub);
+    if (!io::IsReadOk(result)) return result;
+    if (interpolated) {
+      const double f = point->GetFrequency();
+      m_InterpolatedMap.try_emplace(f, std::move(point));
+    } else {
+      AddNetworkData(std::move(point));
+    }
+  }
+  return io::kReadOk;
+}
