@@ -7,6 +7,7 @@ packages=(
   g++ cmake make pkg-config
   liblapack-dev libblas-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  libcli11-dev nlohmann-json3-dev
   python3 python3-numpy python3-scikit-rf
   clang libclang-rt-14-dev
 )

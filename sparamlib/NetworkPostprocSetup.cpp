@@ -365,6 +365,15 @@ int CNetworkPostprocSetup::Read(const io::CBlock& block) {
   };
   for (const io::ReadError r : scalars)
     if (!io::IsReadOk(r)) return r;
+  // The vectors below are allocated at this size: a damaged file must not
+  // ask for more than any structure has entries.
+  constexpr int kMaxEntries = 1 << 16;
+  if (m_NumPorts < 0 || m_NumPorts > kMaxEntries || m_MatrixSize < 0 ||
+      m_MatrixSize > kMaxEntries) {
+    return block.ReportReadError(
+        io::kReadBadValue, block.FindItem("MatrixSize"),
+        AString::Format("expected \"NumPorts\" and \"MatrixSize\" from 0 to %d", kMaxEntries));
+  }
 
   m_Modes.clear();
   m_DoPortRenorm.clear();

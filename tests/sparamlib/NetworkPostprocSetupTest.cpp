@@ -189,6 +189,12 @@ TEST(NetworkPostprocSetup, ReadsOlderAndUnusualBlocks) {
       EXPECT_EQ((*s.GetDeembedDists())[1], 0.0);
     }
   }
+  // A damaged size must not make the reader allocate without bound.
+  PSetup huge;
+  io::CBlock root;
+  EXPECT_EQ(ReadText("Setup {\n MatrixSize = 2000000000\n Modes = [1]\n PortImpeds = [1, 2]\n} Setup\n",
+                     huge, root),
+            io::kReadBadValue);
 }
 
 TEST(FxemDifferentialPair, OlderPortNameFillsBothPortsAndIsNeverWritten) {

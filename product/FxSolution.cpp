@@ -1,0 +1,53 @@
+// Creating, storing and reading solutions by object type.
+#include "product/FxSolution.h"
+
+#include "sparamlib/FxemModalSolution.h"
+
+std::unique_ptr<CNetworkDataSolution> FxSolution::MakeNetworkDataSolution(
+    CNetworkDataSolution::ObjectType type) {
+  switch (type) {
+    case CNetworkDataSolution::NoObject:
+      return std::make_unique<CNetworkDataSolution>();
+    case CNetworkDataSolution::Modal:
+      return std::make_unique<CNetworkModalSolution>();
+    case CNetworkDataSolution::FxemModal:
+      return std::make_unique<CFxemModalSolution>();
+    case CNetworkDataSolution::Terminal:
+    case CNetworkDataSolution::FxemTerminal:
+      break;  // terminal data is not held by this build
+  }
+  return nullptr;
+}
+
+CNetworkDataSolution* FxSolution::CreateNetworkDataSolution(CNetworkDataSolution::ObjectType type) {
+  m_Solution = MakeNetworkDataSolution(type);
+  return m_Solution.get();
+}
+
+bool FxSolution::Write(io::CBlock& parent) const {
+  if (!m_Solution) return false;
+  return m_Solution->Write(parent.AddBlock("SolutionData"), true);
+}
+
+int FxSolution::Read(const io::CBlock& block) {
+  int type = CNetworkDataSolution::NoObject;
+  const io::ReadError found =
+      block.GetEnum("ObjectType", CNetworkDataSolution::kObjectTypeNames, type);
+  if (found == io::kReadUnknownName) {
+    return block.ReportReadError(io::kReadBadValue, block.FindItem("ObjectType"),
+                                 "\"ObjectType\": expected a known kind of solution");
+  }
+  if (!io::IsReadOk(found)) return found;
+  std::unique_ptr<CNetworkDataSolution> solution =
+      MakeNetworkDataSolution(static_cast<CNetworkDataSolution::ObjectType>(type));
+  if (!solution) {
+    return block.ReportReadError(
+        io::kReadBadValue, block.FindItem("ObjectType"),
+        AString::Format("\"ObjectType\": %s solutions cannot be read by this version",
+                        CNetworkDataSolution::kObjectTypeNames[static_cast<size_t>(type)]));
+  }
+  const int result = solution->Read(block);
+  if (!io::IsReadOk(result)) return result;
+  m_Solution = std::move(solution);
+  return result;
+}

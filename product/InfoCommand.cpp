@@ -1,0 +1,128 @@
+// Summary of a project: variations, solutions, ports and frequency ranges.
+#include "product/InfoCommand.h"
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+#include "product/Project.h"
+
+namespace sparam {
+namespace {
+
+using nlohmann::ordered_json;
+
+ordered_json SolutionSummary(const CNetworkDataSolution& s) {
+  ordered_json j;
+  j["name"] = s.GetName();
+  j["type"] = CNetworkDataSolution::kSolutionTypeNames[static_cast<size_t>(s.GetSolutionType())];
+  j["object_type"] = CNetworkDataSolution::kObjectTypeNames[static_cast<size_t>(s.GetObjectType())];
+  j["ports"] = s.GetNumMatrixEntries();
+  ordered_json entries = ordered_json::array();
+  for (int k = 0; k < s.GetNumMatrixEntries(); ++k) {
+    const CMatrixEntry* e = s.GetMatrixEntry(k);
+    const AString& name = !e->GetModalEntryName().empty() ? e->GetModalEntryName() : e->GetPortName();
+    entries.push_back(name);
+  }
+  j["entries"] = entries;
+  j["solved_points"] = s.GetFrequencyMap().size();
+  j["interpolated_points"] = s.GetInterpolatedMap().size();
+  if (!s.GetFrequencyMap().empty()) {
+    j["min_frequency_hz"] = s.GetFrequencyMap().begin()->first;
+    j["max_frequency_hz"] = s.GetFrequencyMap().rbegin()->first;
+  }
+  return j;
+}
+
+ordered_json ProjectSummary(const CProject& project, const std::string& path) {
+  ordered_json j;
+  j["file"] = path;
+  j["design"] = project.GetDesignName();
+  ordered_json variations = ordered_json::array();
+  for (const auto& v : project.GetVariations()) {
+    ordered_json jv;
+    jv["product"] = v->GetProductName();
+    jv["product_version"] = v->GetProductVersion();
+    ordered_json vars = ordered_json::object();
+    for (const auto& [name, value] : v->GetDesignVariables()) vars[name] = value;
+    jv["variables"] = vars;
+    jv["postprocessing"] = v->GetPostprocSetup() && v->GetPostprocSetup()->NeedsPostprocessing();
+    ordered_json solutions = ordered_json::array();
+    for (const auto& s : v->GetSolutions())
+      if (s->GetNetworkDataSolution()) solutions.push_back(SolutionSummary(*s->GetNetworkDataSolution()));
+    jv["solutions"] = solutions;
+    variations.push_back(jv);
+  }
+  j["variations"] = variations;
+  return j;
+}
+
+void PrintText(const ordered_json& j, std::ostream& out) {
+  out << "project " << j["file"].get<std::string>() << "\n";
+  out << "design  \"" << j["design"].get<std::string>() << "\"\n";
+  int index = 0;
+  for (const auto& v : j["variations"]) {
+    out << "variation " << ++index;
+    const auto& vars = v["variables"];
+    if (vars.empty()) out << " (no design variables)";
+    bool first = true;
+    for (const auto& [name, value] : vars.items()) {
+      out << (first ? ": " : ", ") << name << " = " << value.get<std::string>();
+      first = false;
+    }
+    out << "\n";
+    if (!v["product"].get<std::string>().empty()) {
+      out << "  exported by " << v["product"].get<std::string>() << " "
+          << v["product_version"].get<std::string>() << "\n";
+    }
+    for (const auto& s : v["solutions"]) {
+      out << "  solution \"" << s["name"].get<std::string>() << "\": "
+          << s["type"].get<std::string>() << ", " << s["object_type"].get<std::string>() << ", "
+          << s["ports"].get<int>() << (s["ports"].get<int>() == 1 ? " port" : " ports");
+      std::string sep = " (";
+      for (const auto& e : s["entries"]) {
+        out << sep << e.get<std::string>();
+        sep = ", ";
+      }
+      if (!s["entries"].empty()) out << ")";
+      out << "\n    " << s["solved_points"].get<size_t>() << " solved, "
+          << s["interpolated_points"].get<size_t>() << " interpolated";
+      if (s.contains("min_frequency_hz")) {
+        out << ", " << FormatFrequency(s["min_frequency_hz"].get<double>()) << " to "
+            << FormatFrequency(s["max_frequency_hz"].get<double>());
+      }
+      out << "\n";
+    }
+  }
+}
+
+}  // namespace
+
+std::string FormatFrequency(double hertz) {
+  static const struct {
+    double scale;
+    const char* unit;
+  } units[] = {{1e12, "THz"}, {1e9, "GHz"}, {1e6, "MHz"}, {1e3, "kHz"}};
+  for (const auto& u : units) {
+    if (std::fabs(hertz) >= u.scale) return AString::Format("%.10g %s", hertz / u.scale, u.unit);
+  }
+  return AString::Format("%.10g Hz", hertz);
+}
+
+int RunInfo(const InfoOptions& options, std::ostream& out, std::ostream& err) {
+  AString error;
+  const std::unique_ptr<CProject> project = CProject::Load(options.path, &error);
+  if (!project) {
+    err << "sparam info: " << error << "\n";
+    return 1;
+  }
+  const ordered_json summary = ProjectSummary(*project, options.path);
+  if (options.json) {
+    out << summary.dump(2) << "\n";
+  } else {
+    PrintText(summary, out);
+  }
+  return 0;
+}
+
+}  // namespace sparam
