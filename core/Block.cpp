@@ -305,6 +305,11 @@ void CBlock::Clear() {
   m_Texts.clear();
 }
 
+void CBlock::Reserve(size_t items, size_t values) {
+  m_Items.reserve(m_Items.size() + items);
+  m_Slots.reserve(m_Slots.size() + values);
+}
+
 // ---- CBlock: inspection ---------------------------------------------------
 
 long CBlock::FindItem(std::string_view name, size_t from) const {

@@ -115,6 +115,9 @@ class CBlock {
   void AppendRealArgument(double value);
   // Removes every item; name, position, source name and error state stay.
   void Clear();
+  // Room for `items` more items holding `values` more values in all, for
+  // writers that know their size (matrices): no regrowth while filling.
+  void Reserve(size_t items, size_t values);
 
   // ---- Inspection --------------------------------------------------------
   size_t GetNumItems() const { return m_Items.size(); }

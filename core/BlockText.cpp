@@ -742,9 +742,16 @@ std::atomic<unsigned> g_tempCounter{0};
 
 namespace {
 
+// Hands a full buffer to its destination; false stops the writing.
+using Flush = bool (*)(std::string& out, void* context);
+
 // Writes the text and returns the deepest nesting of blocks met. An explicit
-// stack: trees built in memory have no depth limit of their own.
-size_t AppendText(const CBlock& root, std::string& out) {
+// stack: trees built in memory have no depth limit of their own. With a
+// `flush`, the text goes out in pieces of about 1 MiB instead of being kept
+// whole; `failed` then tells whether a piece could not be written.
+size_t AppendText(const CBlock& root, std::string& out, Flush flush = nullptr,
+                  void* context = nullptr, bool* failed = nullptr) {
+  constexpr size_t kPiece = 1 << 20;
   size_t deepest = 0;
   struct Frame {
     const CBlock* block;
@@ -767,6 +774,10 @@ size_t AppendText(const CBlock& root, std::string& out) {
       }
       continue;
     }
+    if (flush && out.size() >= kPiece && !flush(out, context)) {
+      *failed = true;
+      return deepest;
+    }
     const CItemView item = block->GetItem(stack.back().next++);
     out.append(2 * depth, ' ');
     AppendItemName(out, item.GetName());
@@ -779,7 +790,12 @@ size_t AppendText(const CBlock& root, std::string& out) {
         out += " = [";
         for (size_t k = 0; k < item.GetNumValues(); ++k) {
           if (k) out += ", ";
-          AppendValue(out, item, k);
+          // Lists of reals (complex numbers, above all) are most of a project.
+          if (item.GetValueKind(k) == ValueKind::Real) {
+            AppendReal(out, item.GetRealUnchecked(k));
+          } else {
+            AppendValue(out, item, k);
+          }
         }
         out += ']';
         break;
@@ -790,6 +806,21 @@ size_t AppendText(const CBlock& root, std::string& out) {
         continue;
     }
     out += '\n';
+  }
+  if (flush && !out.empty() && !flush(out, context)) *failed = true;
+  return deepest;
+}
+
+// Deepest nesting of blocks below `root`, without writing anything.
+size_t Depth(const CBlock& root) {
+  size_t deepest = 0;
+  std::vector<std::pair<const CBlock*, size_t>> stack{{&root, 0}};
+  while (!stack.empty()) {
+    auto [block, depth] = stack.back();
+    stack.pop_back();
+    deepest = std::max(deepest, depth);
+    for (size_t k = 0; k < block->GetNumItems(); ++k)
+      if (const CBlock* sub = block->GetItem(k).GetBlock()) stack.push_back({sub, depth + 1});
   }
   return deepest;
 }
@@ -827,8 +858,7 @@ ReadError ReadBlockFile(const std::filesystem::path& path, CBlock& root) {
 }
 
 bool WriteBlockFile(const std::filesystem::path& path, const CBlock& root, AString* error) {
-  std::string text;
-  const size_t deepest = AppendText(root, text);
+  const size_t deepest = Depth(root);
   if (deepest > static_cast<size_t>(kMaxBlockDepth)) {
     // A file that cannot be read back is worse than no file.
     if (error) {
@@ -870,9 +900,19 @@ bool WriteBlockFile(const std::filesystem::path& path, const CBlock& root, AStri
   struct stat st {};
   if (::stat(target.c_str(), &st) == 0 && S_ISREG(st.st_mode)) ::fchmod(fd, st.st_mode & 07777);
 
+  // The text goes out piece by piece: a project is never held twice in memory.
   const char* step = nullptr;
   int err = 0;
-  if (!WriteAll(fd, text.data(), text.size())) {
+  bool failed = false;
+  std::string text;
+  text.reserve((1 << 20) + 4096);
+  auto* flush = +[](std::string& out, void* fdp) {
+    const bool ok = WriteAll(*static_cast<int*>(fdp), out.data(), out.size());
+    out.clear();
+    return ok;
+  };
+  AppendText(root, text, flush, &fd, &failed);
+  if (failed) {
     step = "write failed";
   } else if (::fsync(fd) != 0) {
     step = "flush to disk failed";

@@ -68,11 +68,14 @@ ReadError ReadDimension(const CBlock& block, const char* key, int& value) {
 
 void WriteMatrix(CBlock& parent, std::string_view key, const TNT::CMatrix& matrix) {
   CBlock& block = parent.AddBlock(key);
-  block.AddInteger("m", matrix.num_rows());
-  block.AddInteger("n", matrix.num_cols());
+  const int rows = matrix.num_rows(), cols = matrix.num_cols();
+  block.Reserve(2 + static_cast<size_t>(rows), 2);
+  block.AddInteger("m", rows);
+  block.AddInteger("n", cols);
   char name[16];
-  for (int i = 0; i < matrix.num_rows(); ++i) {
+  for (int i = 0; i < rows; ++i) {
     CBlock& row = block.AddBlock(RowName(i, name));
+    row.Reserve(static_cast<size_t>(cols), 2 * static_cast<size_t>(cols));
     const AComplex<double>* values = matrix[i];
     for (int j = 0; j < matrix.num_cols(); ++j) row.AddComplex("c", values[j]);
   }
@@ -80,6 +83,7 @@ void WriteMatrix(CBlock& parent, std::string_view key, const TNT::CMatrix& matri
 
 void WriteVector(CBlock& parent, std::string_view key, const TNT::CVector& vector) {
   CBlock& block = parent.AddBlock(key);
+  block.Reserve(1 + static_cast<size_t>(vector.size()), 1 + 2 * static_cast<size_t>(vector.size()));
   block.AddInteger("n", vector.size());
   for (const AComplex<double>& z : vector) block.AddComplex("c", z);
 }
