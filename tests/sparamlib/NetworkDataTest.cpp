@@ -56,19 +56,15 @@ TEST(NetworkConversions, FiftyOhmAdmittanceIsScaledInverseFormula) {
   FixedPorts owner(2);
   const auto s = MakeMatrix(2, {C(0.2, 0.1), C(0.5, -0.3), C(0.5, -0.3), C(-0.1, 0.4)});
   CNetworkModalData p = ModalPoint(owner, *s, CVector(2, C(50.0)));
-  const CMatrix* y = p.GetYMatrix(true);
-  ASSERT_NE(y, nullptr);
+  ASSERT_NE(p.GetYMatrix(true), nullptr);
   EXPECT_TRUE(p.IsYDerived());
   // 50 (I + S) Y = I - S
+  const CMatrix& y = *p.GetYMatrix();
   const CMatrix lhs = TNT::Identity(2) + *s;
+  const CMatrix rhs = TNT::Identity(2) - *s;
   for (int i = 0; i < 2; ++i)
-    for (int j = 0; j < 2; ++j) {
-      C acc;
-      for (int k = 0; k < 2; ++k) acc += lhs[i][k] * (*y)[k][j] * 50.0;
-      const C expected = (i == j ? C(1.0) : C()) - (*s)[i][j];
-      EXPECT_NEAR(acc.re, expected.re, 1e-14);
-      EXPECT_NEAR(acc.im, expected.im, 1e-14);
-    }
+    for (int j = 0; j < 2; ++j)
+      EXPECT_LT(abs((lhs[i][0] * y[0][j] + lhs[i][1] * y[1][j]) * 50.0 - rhs[i][j]), 1e-14);
 }
 
 TEST(NetworkConversions, UncoupledPortsGiveTheirOwnComplexImpedance) {
@@ -116,15 +112,6 @@ TEST(NetworkConversions, RoundTripsReturnSForOneToEightPorts) {
     EXPECT_TRUE(fromY.IsSDerived());
     EXPECT_LT(testing_support::MaxAbsDiff(*fromY.GetSMatrix(), s), 1e-12) << n;
     EXPECT_LT(testing_support::MaxAbsDiff(*fromZ.GetSMatrix(), s), 1e-12) << n;
-    // Y and Z of one point are inverses of each other.
-    CMatrix yz;
-    CMatrix product(n, n);
-    const CMatrix& y = *p.GetYMatrix();
-    const CMatrix& zz = *p.GetZMatrix();
-    for (int i = 0; i < n; ++i)
-      for (int j = 0; j < n; ++j)
-        for (int k = 0; k < n; ++k) product[i][j] += y[i][k] * zz[k][j];
-    EXPECT_LT(testing_support::MaxAbsDiff(product, TNT::Identity(n)), 1e-11) << n;
   }
 }
 
