@@ -14,7 +14,9 @@ void FxSolutionVariation::AddDesignVariable(const AString& name, const AString& 
 }
 
 FxSolution& FxSolutionVariation::AddSolution(std::unique_ptr<CNetworkDataSolution> solution) {
-  return *m_Solutions.emplace_back(std::make_unique<FxSolution>(std::move(solution)));
+  FxSolution& added = *m_Solutions.emplace_back(std::make_unique<FxSolution>(std::move(solution)));
+  ShareSetup(added);
+  return added;
 }
 
 CNetworkDataSolution* FxSolutionVariation::GetWritableSolution(const AString& name) {
@@ -31,6 +33,15 @@ const CNetworkDataSolution* FxSolutionVariation::GetNetworkDataSolution(const AS
 
 void FxSolutionVariation::SetPostprocSetup(std::unique_ptr<CNetworkPostprocSetup> setup) {
   m_PostprocSetup = std::move(setup);
+  for (auto& s : m_Solutions) ShareSetup(*s);
+}
+
+// Every solution applies its own copy of the variation's setup.
+void FxSolutionVariation::ShareSetup(FxSolution& solution) const {
+  if (CNetworkDataSolution* s = solution.GetWritableSolution()) {
+    s->SetPostprocSetup(m_PostprocSetup ? std::make_unique<CNetworkPostprocSetup>(*m_PostprocSetup)
+                                        : nullptr);
+  }
 }
 
 bool FxSolutionVariation::Write(io::CBlock& block) const {
@@ -71,6 +82,7 @@ int FxSolutionVariation::Read(const io::CBlock& block) {
     auto solution = std::make_unique<FxSolution>();
     const int r = solution->Read(*data);
     if (!io::IsReadOk(r)) return r;
+    ShareSetup(*solution);
     m_Solutions.push_back(std::move(solution));
   }
   return io::kReadOk;

@@ -8,21 +8,21 @@
 #include <vector>
 
 #include "product/FxSolution.h"
+#include "sparamlib/DesignVariation.h"
 #include "sparamlib/NetworkPostprocSetup.h"
 
-class FxSolutionVariation {
+class FxSolutionVariation : public IDesignVariation {
  public:
-  using Variable = std::pair<AString, AString>;  // name, value text
 
   FxSolutionVariation();
-  ~FxSolutionVariation();
+  virtual ~FxSolutionVariation();
 
-  const AString& GetProductName() const { return m_ProductName; }
-  const AString& GetProductVersion() const { return m_ProductVersion; }
+  const AString& GetProductName() const override { return m_ProductName; }
+  const AString& GetProductVersion() const override { return m_ProductVersion; }
   void SetProduct(const AString& name, const AString& version);
 
   // In the order they were given (writers sort them for display).
-  const std::vector<Variable>& GetDesignVariables() const { return m_Variables; }
+  const std::vector<Variable>& GetDesignVariables() const override { return m_Variables; }
   void AddDesignVariable(const AString& name, const AString& value);
 
   // Takes a solution; its name identifies it within the variation.
@@ -39,6 +39,8 @@ class FxSolutionVariation {
   int Read(const io::CBlock& block);
 
  private:
+  void ShareSetup(FxSolution& solution) const;
+
   AString m_ProductName;
   AString m_ProductVersion;
   std::vector<Variable> m_Variables;

@@ -87,6 +87,28 @@ int ConvertZToS(const CMatrix& Z, const TNT::CVector& r, CMatrix& S) {
   return TNT::SolveLinear(Shifted(Zn, 1.0, 1.0), Shifted(Zn, 1.0, -1.0), S);
 }
 
+int RenormalizeS(const CMatrix& S, const TNT::CVector& r, const TNT::CVector& rNew,
+                 CMatrix& renormalized) {
+  const int n = S.num_rows();
+  if (S.num_cols() != n || r.size() < n || rNew.size() < n) {
+    renormalized = CMatrix(n, n);
+    return kShapeError;
+  }
+  CMatrix P(n, n), Q(n, n);
+  for (int j = 0; j < n; ++j) {
+    const Complex a = r[j] / rNew[j];
+    const Complex inverse = rNew[j] / r[j];
+    for (int i = 0; i < n; ++i) {
+      const Complex identity = i == j ? Complex(1.0) : Complex();
+      const Complex plus = (identity + S[i][j]) * a;
+      const Complex minus = (identity - S[i][j]) * inverse;
+      P[i][j] = plus - minus;
+      Q[i][j] = plus + minus;
+    }
+  }
+  return TNT::SolveLinear(Q, P, renormalized);
+}
+
 int Invert(const CMatrix& A, CMatrix& inverse) {
   return TNT::SolveLinear(A, TNT::Identity(A.num_rows()), inverse);
 }

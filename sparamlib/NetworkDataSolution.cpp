@@ -48,6 +48,8 @@ CNetworkDataSolution::CNetworkDataSolution(const CNetworkDataSolution& other)
   }
   if (other.m_NoiseSolution)
     m_NoiseSolution = std::make_unique<CNoiseDataSolution>(*other.m_NoiseSolution);
+  if (other.m_PostprocSetup)
+    m_PostprocSetup = std::make_unique<CNetworkPostprocSetup>(*other.m_PostprocSetup);
 }
 
 CNetworkDataSolution::~CNetworkDataSolution() = default;

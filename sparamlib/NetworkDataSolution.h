@@ -13,6 +13,7 @@
 #include "sparamlib/MatrixEntry.h"
 #include "sparamlib/NetworkData.h"
 #include "sparamlib/NetworkDataOwner.h"
+#include "sparamlib/NetworkPostprocSetup.h"
 #include "sparamlib/NoiseDataSolution.h"
 
 class CInterpolateVisitor;
@@ -103,6 +104,14 @@ class CNetworkDataSolution : public INetworkDataOwner {
   const CNoiseDataSolution* GetNoiseSolution() const { return m_NoiseSolution.get(); }
   CNoiseDataSolution& GetOrCreateNoiseSolution();
 
+  // ---- Post-processing ---------------------------------------------------
+  // The setup applied to this solution's data (a copy of its variation's);
+  // null when none is.
+  const CNetworkPostprocSetup* GetPostprocSetup() const { return m_PostprocSetup.get(); }
+  void SetPostprocSetup(std::unique_ptr<CNetworkPostprocSetup> setup) {
+    m_PostprocSetup = std::move(setup);
+  }
+
   // ---- Persistence -------------------------------------------------------
   virtual bool Write(io::CBlock& block, bool withInterpolated) const;
   virtual int Read(const io::CBlock& block);
@@ -133,6 +142,7 @@ class CNetworkDataSolution : public INetworkDataOwner {
   int m_AdaptivePass = -1;
   double m_EnergyError = 0.0;
   std::unique_ptr<CNoiseDataSolution> m_NoiseSolution;
+  std::unique_ptr<CNetworkPostprocSetup> m_PostprocSetup;
   std::map<int, int> m_MatrixIndexMap;
   int m_EntryCount = 0;
 };

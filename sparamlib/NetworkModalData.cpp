@@ -3,6 +3,7 @@
 #include "sparamlib/NetworkModalData.h"
 
 #include "sparamlib/BlockMatrixIO.h"
+#include "sparamlib/NetworkConversions.h"
 #include "sparamlib/NetworkDataVisitor.h"
 
 namespace {
@@ -71,6 +72,28 @@ CNetworkModalData::CMatrix* CNetworkModalData::GetZMatrix(bool compute) {
   CMatrix* z = CNetworkData::GetZMatrix(false);
   if (!z && compute) z = ComputeZMatrix(m_PortImpedance.get());
   return z;
+}
+
+bool CNetworkModalData::Renormalize(const CVector& z) {
+  const int n = GetNumPorts();
+  CMatrix* s = GetSMatrix(true);
+  if (!s || !m_PortImpedance || m_PortImpedance->size() < n || z.size() < n ||
+      s->num_rows() != n || s->num_cols() != n) {
+    return false;
+  }
+  TNT::CMatrix renormalized;
+  if (nd::RenormalizeS(*s, nd::SqrtImpedances(*m_PortImpedance), nd::SqrtImpedances(z),
+                       renormalized) != 0) {
+    return false;
+  }
+  // The new S is the stored matrix from now on; what was derived from the
+  // old references (including an S derived from Y or Z) no longer applies.
+  DropDerivedMatrices();
+  SetSMatrix(std::make_unique<CMatrix>(std::move(renormalized)));
+  auto copy = std::make_unique<CVector>(n);
+  for (int k = 0; k < n; ++k) (*copy)[k] = z[k];
+  m_PortImpedance = std::move(copy);
+  return true;
 }
 
 void CNetworkModalData::SetPortImpedance(std::unique_ptr<CVector> z) {

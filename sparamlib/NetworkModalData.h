@@ -38,6 +38,13 @@ class CNetworkModalData : public CNetworkData {
   const CVector* GetPortImpedance() const { return m_PortImpedance.get(); }
   // New port impedances; matrices derived from the old ones are dropped.
   void SetPortImpedance(std::unique_ptr<CVector> z);
+  // Refers the point to new port impedances `z` (one per mode): S becomes
+  // the scattering matrix of the same network seen through `z`, and `z`
+  // becomes the point's port impedances. Y and Z are unchanged and computed
+  // again on demand. False (point unchanged) without port impedances, for a
+  // size mismatch, or when the new S does not exist.
+  bool Renormalize(const CVector& z);
+
   CVector* GetGamma() { return m_Gamma.get(); }
   const CVector* GetGamma() const { return m_Gamma.get(); }
   void SetGamma(std::unique_ptr<CVector> gamma) { m_Gamma = std::move(gamma); }

@@ -5,6 +5,7 @@
 #include "sparamlib/FxemModalData.h"
 #include "sparamlib/NetworkDataVisitor.h"
 #include "support/FixedPorts.h"
+#include "support/RandomNetwork.h"
 
 using testing_support::FixedPorts;
 using TNT::CMatrix;
@@ -110,4 +111,45 @@ TEST(FxemModalData, ComputesNothingWithoutPortImpedances) {
   ASSERT_NE(p.GetYMatrix(true), nullptr);
   EXPECT_TRUE(p.IsYDerived());
   EXPECT_NE(dynamic_cast<CFxemModalData*>(p.Clone().get()), nullptr);
+}
+
+TEST(NetworkModalData, RenormalizationKeepsTheNetworkAndUndoesExactly) {
+  std::mt19937_64 rng(99);
+  for (int n = 1; n <= 6; ++n) {
+    FixedPorts owner(n);
+    CNetworkModalData p(&owner);
+    p.SetSMatrix(std::make_unique<CMatrix>(testing_support::RandomS(n, rng)));
+    const CVector z = testing_support::RandomImpedances(n, rng);
+    p.SetPortImpedance(std::make_unique<CVector>(z));
+    const CMatrix s = *p.GetSMatrix();
+    const CMatrix zBefore = *p.GetZMatrix(true);
+    ASSERT_TRUE(p.Renormalize(CVector(n, C(50.0))));
+    EXPECT_EQ((*p.GetPortImpedance())[n - 1], C(50.0));
+    // Same network: its impedance matrix does not depend on the references.
+    EXPECT_LT(testing_support::MaxAbsDiff(*p.GetZMatrix(true), zBefore),
+              1e-12 * testing_support::MaxAbs(zBefore));
+    ASSERT_TRUE(p.Renormalize(z));
+    EXPECT_LT(testing_support::MaxAbsDiff(*p.GetSMatrix(), s), 1e-12) << n;
+  }
+}
+
+TEST(NetworkModalData, IdealThruRenormalizesWithoutAnImpedanceMatrix) {
+  FixedPorts owner(2);
+  CNetworkModalData thru(&owner);
+  thru.SetSMatrix(std::make_unique<CMatrix>(2, 2));
+  (*thru.GetSMatrix())[0][1] = (*thru.GetSMatrix())[1][0] = C(1.0);
+  thru.SetPortImpedance(std::make_unique<CVector>(2, C(50.0)));
+  CVector z(2, C(50.0));
+  z[1] = C(75.0);
+  ASSERT_TRUE(thru.Renormalize(z));
+  const CMatrix& s = *thru.GetSMatrix();
+  // Port 1 sees port 2's 75 ohms: reflection (75-50)/(75+50); transmission
+  // 2 sqrt(z1 z2) / (z1 + z2) for travelling waves.
+  EXPECT_NEAR(s[0][0].re, 0.2, 1e-15);
+  EXPECT_NEAR(s[1][1].re, -0.2, 1e-15);
+  EXPECT_NEAR(s[1][0].re, 2.0 * std::sqrt(50.0 * 75.0) / 125.0, 1e-15);
+
+  CNetworkModalData bare(&owner);
+  bare.SetSMatrix(std::make_unique<CMatrix>(2, 2));
+  EXPECT_FALSE(bare.Renormalize(z)) << "no references to start from";
 }
