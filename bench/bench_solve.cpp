@@ -4,7 +4,10 @@
 // ends with a table of the median times and the ratio to zgesv.
 //
 //   build-b/bench/bench_solve --benchmark_repetitions=5
-//       --benchmark_report_aggregates_only=true
+//       --benchmark_report_aggregates_only=true [--kernels=baseline]
+//
+// --kernels=baseline times the x86-64 baseline kernels even on a CPU with
+// AVX2, so both sets can be compared from one build.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 
@@ -21,6 +24,10 @@
 #include <vector>
 
 #include "math/matrix/MatrixOps.h"
+
+namespace TNT::detail {
+bool AllowAvx2SolveKernels(bool allow);  // SolveLinear.cpp
+}
 
 extern "C" void zgesv_(const int* n, const int* nrhs, TNT::Complex* a, const int* lda, int* ipiv,
                        TNT::Complex* b, const int* ldb, int* info);
@@ -187,8 +194,9 @@ class RatioReporter : public benchmark::ConsoleReporter {
   std::set<std::string> from_median_;
 };
 
-// Which LAPACK answered: the ratio means little without it.
-void PrintContext() {
+// Which LAPACK answered and which of our kernel sets ran: the ratio means
+// little without them.
+void PrintContext(bool avx2) {
   Dl_info info{};
   std::string lapack = "unknown";
   if (dladdr(reinterpret_cast<void*>(&zgesv_), &info) != 0 && info.dli_fname != nullptr) {
@@ -198,18 +206,28 @@ void PrintContext() {
       std::free(real);
     }
   }
-  std::printf("zgesv from: %s\ncompiler: %s%s\n", lapack.c_str(), __VERSION__,
+  std::printf("zgesv from: %s\ncompiler: %s%s\nSolveLinear kernels: %s\n", lapack.c_str(), __VERSION__,
 #if defined(__OPTIMIZE__) && defined(NDEBUG)
-              ", optimised, NDEBUG"
+              ", optimised, NDEBUG",
 #else
-              ", NOT an optimised release build"
+              ", NOT an optimised release build",
 #endif
-  );
+              avx2 ? "AVX2 from n = 5, baseline below" : "x86-64 baseline");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  bool allow_avx2 = true;
+  int kept = 1;
+  for (int i = 1; i < argc; ++i) {
+    if (std::string(argv[i]) == "--kernels=baseline")
+      allow_avx2 = false;
+    else
+      argv[kept++] = argv[i];
+  }
+  argc = kept;
+  const bool avx2 = TNT::detail::AllowAvx2SolveKernels(allow_avx2);
   for (Rhs rhs : {Rhs::kIdentity, Rhs::kColumn}) {
     for (int n : kOrders) {
       const std::string kind = RhsName(rhs);
@@ -219,7 +237,7 @@ int main(int argc, char** argv) {
   }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  PrintContext();
+  PrintContext(avx2);
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();

@@ -10,6 +10,10 @@
 
 #include "math/matrix/MatrixOps.h"
 
+namespace TNT::detail {
+bool AllowAvx2SolveKernels(bool allow);  // test hook in SolveLinear.cpp
+}
+
 namespace {
 
 using TNT::CMatrix;
@@ -67,20 +71,37 @@ TEST(SolveLinear, SmallResidualForRandomSystems) {
   }
 }
 
+// Runs the body with the AVX2 kernels allowed or not, and allows them again
+// afterwards whatever happens.
+class KernelChoice {
+ public:
+  explicit KernelChoice(bool avx2) : avx2_active_(TNT::detail::AllowAvx2SolveKernels(avx2)) {}
+  ~KernelChoice() { TNT::detail::AllowAvx2SolveKernels(true); }
+  bool avx2_active() const { return avx2_active_; }
+
+ private:
+  bool avx2_active_;
+};
+
 // Solving all columns at once must give bit for bit what solving each column
-// alone gives (the single-column path is a separate kernel).
+// alone gives (the single-column path is a separate kernel, and on AVX2
+// machines a different instruction set from the multi-column one).
 TEST(SolveLinear, ColumnsTogetherEqualColumnsAlone) {
-  std::mt19937_64 gen(7);
-  for (int n : {1, 2, 5, 17}) {
-    const CMatrix A = RandomMatrix(n, n, gen);
-    const CMatrix B = RandomMatrix(n, 4, gen);
-    CMatrix X;
-    ASSERT_EQ(TNT::SolveLinear(A, B, X), 0);
-    for (int c = 0; c < 4; ++c) {
-      CMatrix b(n, 1), x;
-      for (int i = 0; i < n; ++i) b[i][0] = B[i][c];
-      ASSERT_EQ(TNT::SolveLinear(A, b, x), 0);
-      for (int i = 0; i < n; ++i) EXPECT_EQ(X[i][c], x[i][0]) << "n=" << n << " i=" << i << " c=" << c;
+  for (bool avx2 : {true, false}) {
+    const KernelChoice choice(avx2);
+    std::mt19937_64 gen(7);
+    for (int n : {1, 2, 5, 8, 17, 30}) {
+      const CMatrix A = RandomMatrix(n, n, gen);
+      const CMatrix B = RandomMatrix(n, 5, gen);
+      CMatrix X;
+      ASSERT_EQ(TNT::SolveLinear(A, B, X), 0);
+      for (int c = 0; c < B.num_cols(); ++c) {
+        CMatrix b(n, 1), x;
+        for (int i = 0; i < n; ++i) b[i][0] = B[i][c];
+        ASSERT_EQ(TNT::SolveLinear(A, b, x), 0);
+        for (int i = 0; i < n; ++i)
+          EXPECT_EQ(X[i][c], x[i][0]) << "avx2=" << avx2 << " n=" << n << " i=" << i << " c=" << c;
+      }
     }
   }
 }
@@ -155,6 +176,73 @@ TEST(SolveLinear, SingularOrOverflowingSystemsFailWithZeroX) {
   EXPECT_EQ(TNT::SolveLinear(D, CMatrix(2, 1, Complex(1.0)), x), 3);
   EXPECT_EQ(x.num_rows(), 2);
   EXPECT_TRUE(AllZero(x));
+}
+
+// The AVX2 kernels do the baseline's arithmetic in the same order, so the
+// two sets agree exactly (a conversion must not depend on the machine that
+// ran it). The shapes cover row groups with every remainder, odd and even
+// row lengths and the order where the AVX2 set takes over.
+TEST(SolveKernels, Avx2AndBaselineGiveTheSameResults) {
+  if (!KernelChoice(true).avx2_active()) GTEST_SKIP() << "this CPU has no AVX2";
+  std::mt19937_64 gen(29);
+  for (int n = 1; n <= 37; ++n) {
+    const CMatrix A = RandomMatrix(n, n, gen);
+    for (int nrhs : {1, 2, 3, n, n + 5}) {
+      const CMatrix B = RandomMatrix(n, nrhs, gen);
+      CMatrix X[2];
+      for (bool avx2 : {false, true}) {
+        const KernelChoice choice(avx2);
+        ASSERT_EQ(TNT::SolveLinear(A, B, X[avx2]), 0);
+      }
+      for (int k = 0; k < B.size(); ++k)
+        ASSERT_EQ(X[0].data()[k], X[1].data()[k]) << "n=" << n << " nrhs=" << nrhs << " k=" << k;
+    }
+  }
+  for (auto [m, n] : {std::pair{9, 6}, std::pair{6, 9}, std::pair{23, 18}, std::pair{7, 5}}) {
+    const CMatrix A = RandomMatrix(m, n, gen);
+    CMatrix LU[2] = {A, A};
+    TNT::Vector<int> pivots[2];
+    for (bool avx2 : {false, true}) {
+      const KernelChoice choice(avx2);
+      ASSERT_EQ(TNT::LUDecompose(LU[avx2], pivots[avx2]), 0);
+    }
+    for (int k = 0; k < pivots[0].dim(); ++k) EXPECT_EQ(pivots[0][k], pivots[1][k]) << m << "x" << n;
+    for (int k = 0; k < A.size(); ++k) ASSERT_EQ(LU[0].data()[k], LU[1].data()[k]) << m << "x" << n << " k=" << k;
+  }
+}
+
+// Failures from inside the AVX2 kernels (the small cases above stay on the
+// baseline ones): a zero pivot late in the factorisation, an overflow in
+// one column, a NaN that reaches only part of X.
+TEST(SolveKernels, FailuresGiveTheSameStatusOnBothSets) {
+  std::mt19937_64 gen(31);
+  CMatrix singular = RandomMatrix(9, 9, gen);
+  for (int i = 0; i < 9; ++i) singular[i][6] = Complex();  // stays exactly zero until step 6
+
+  CMatrix overflow = TNT::Identity(7);
+  overflow[4][4] = Complex(1e-200);
+  CMatrix big_rhs = RandomMatrix(7, 6, gen);
+  big_rhs[4][3] = Complex(1e200, -1e200);
+
+  CMatrix with_nan = RandomMatrix(8, 8, gen);
+  CMatrix nan_rhs = RandomMatrix(8, 3, gen);
+  nan_rhs[7][1] = Complex(std::nan(""), 0.0);
+
+  struct Case {
+    const CMatrix &A, &B;
+    int status;
+  };
+  const Case cases[] = {{singular, TNT::Identity(9), 1}, {overflow, big_rhs, 3}, {with_nan, nan_rhs, 3}};
+  for (bool avx2 : {false, true}) {
+    const KernelChoice choice(avx2);
+    for (const Case& c : cases) {
+      CMatrix X = RandomMatrix(2, 3, gen);
+      EXPECT_EQ(TNT::SolveLinear(c.A, c.B, X), c.status) << "avx2=" << avx2;
+      EXPECT_EQ(X.num_rows(), c.A.num_rows());
+      EXPECT_EQ(X.num_cols(), c.B.num_cols());
+      EXPECT_TRUE(AllZero(X)) << "avx2=" << avx2 << " status " << c.status;
+    }
+  }
 }
 
 // The factors reproduce the row-permuted A: swapping rows k and pivots[k]-1
