@@ -68,7 +68,7 @@ def main():
             cpu = next((line.split(":", 1)[1].strip() for line in info if line.startswith("model name")), "?")
     print(f"Touchstone write, {POINTS} frequencies x {PORTS} ports, MA, to a new file")
     print(f"({cpu}, {result['context'].get('num_cpus', '?')} CPUs; bench_touchstone as built, "
-          f"median of Google Benchmark runs; scikit-rf {skrf.__version__} best of {repeats})")
+          f"Google Benchmark mean over 2 s; scikit-rf {skrf.__version__} best of {repeats})")
     print("| writer | time | file | MB/s | sparamlib speed-up |")
     print("|---|---|---|---|---|")
     for name, seconds, size in rows:
