@@ -8,7 +8,7 @@ packages=(
   liblapack-dev libblas-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
-  python3 python3-numpy python3-scikit-rf
+  python3 python3-numpy python3-scikit-rf octave
   clang libclang-rt-14-dev
 )
 

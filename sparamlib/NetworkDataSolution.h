@@ -42,6 +42,10 @@ class CNetworkDataSolution : public INetworkDataOwner {
 
   using PointMap = std::map<double, std::unique_ptr<CNetworkData>>;
 
+  // Tolerance (Hz) with which writers look frequencies up; the relative
+  // floor of GetNetworkData (1e-9 of the frequency) usually dominates.
+  static constexpr double kStandardFrequencyTolerance = 1e-6;
+
   explicit CNetworkDataSolution(const AString& name = AString());
   CNetworkDataSolution(const CNetworkDataSolution& other);  // deep copy
   CNetworkDataSolution& operator=(const CNetworkDataSolution&) = delete;

@@ -299,14 +299,18 @@ void WriteTouchstoneFile(const AString& fileName, CNetworkDataSolution& solution
     CNetworkData* point =
         solution.GetNetworkData(f, CNetworkDataSolution::kStandardFrequencyTolerance, true);
     if (!point) continue;
-    auto* modal = dynamic_cast<CNetworkModalData*>(point);
-    // The solution keeps its own references: renormalise for the write only.
-    std::unique_ptr<CVector> saved;
-    if (renormalize && modal && modal->GetPortImpedance()) {
-      saved = std::make_unique<CVector>(*modal->GetPortImpedance());
-      if (!modal->Renormalize(reference)) saved.reset();
+    // The solution keeps its own references and its own bits: a copy of the
+    // point is renormalised for the write, never the stored point.
+    std::unique_ptr<CNetworkData> renormalized;
+    if (auto* stored = dynamic_cast<CNetworkModalData*>(point);
+        renormalize && stored && stored->GetPortImpedance()) {
+      renormalized = stored->Clone();
+      if (!static_cast<CNetworkModalData&>(*renormalized).Renormalize(reference))
+        renormalized.reset();
     }
-    const int lines = writer.WriteRecord(f, *point);
+    CNetworkData& written = renormalized ? *renormalized : *point;
+    auto* modal = dynamic_cast<CNetworkModalData*>(&written);
+    const int lines = writer.WriteRecord(f, written);
     if (exportGamma && modal) {
       if (const CVector* gamma = modal->GetGamma()) writer.WritePortVector("! Gamma  ", *gamma);
       if (const CVector* z = modal->GetPortImpedance())
@@ -315,7 +319,6 @@ void WriteTouchstoneFile(const AString& fileName, CNetworkDataSolution& solution
     } else if (lines > 1) {
       out.EndLine();
     }
-    if (saved) modal->Renormalize(*saved);
     solution.ReleaseNetworkData(f);
   }
 

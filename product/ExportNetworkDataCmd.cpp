@@ -1,0 +1,146 @@
+// Choosing a writer, checking the request and writing atomically.
+#include "product/ExportNetworkDataCmd.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "core/TokenOstream.h"
+#include "sparamlib/MatlabExportVisitor.h"
+#include "sparamlib/NetworkDataUtilities.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string Lower(std::string s) {
+  std::transform(s.begin(), s.end(), s.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return s;
+}
+
+// Port count named by a Touchstone extension (".s4p" -> 4), or -1.
+int TouchstonePorts(const std::string& extension) {
+  if (extension.size() < 4 || extension[1] != 's' || extension.back() != 'p') return -1;
+  int ports = 0;
+  for (size_t i = 2; i + 1 < extension.size(); ++i) {
+    if (!std::isdigit(static_cast<unsigned char>(extension[i]))) return -1;
+    ports = ports * 10 + (extension[i] - '0');
+    if (ports > 100000) return -1;
+  }
+  return ports;
+}
+
+std::atomic<unsigned> g_exportCounter{0};
+
+std::string TempPathBeside(const fs::path& target) {
+  return target.string() + ".tmp" + std::to_string(::getpid()) + "." +
+         std::to_string(g_exportCounter.fetch_add(1));
+}
+
+// Makes the finished temporary file durable and puts it in place.
+bool Commit(const std::string& temp, const fs::path& target, std::string* error) {
+  const int fd = ::open(temp.c_str(), O_RDONLY | O_CLOEXEC);
+  bool ok = fd >= 0 && ::fsync(fd) == 0;
+  if (fd >= 0) ::close(fd);
+  if (ok && ::rename(temp.c_str(), target.c_str()) != 0) ok = false;
+  if (!ok) {
+    if (error) *error = target.string() + ": cannot write the file: " + std::strerror(errno);
+    ::unlink(temp.c_str());
+  }
+  return ok;
+}
+
+}  // namespace
+
+std::optional<nd::NetworkDataExportFormat> CExportNetworkDataCmd::FormatFromExtension(
+    const std::string& path) {
+  const std::string extension = Lower(fs::path(path).extension().string());
+  if (extension == ".ts" || TouchstonePorts(extension) >= 0) return nd::kExportTouchstone;
+  if (extension == ".m") return nd::kExportMatlab;
+  if (extension == ".sc") return nd::kExportSupercompact;
+  return std::nullopt;
+}
+
+bool CExportNetworkDataCmd::Execute(CProject& project, const ExportRequest& request,
+                                    std::string* error) const {
+  auto fail = [error](std::string why) {
+    if (error) *error = std::move(why);
+    return false;
+  };
+  FxSolutionVariation* variation = project.GetVariation(request.variation);
+  if (!variation) {
+    return fail("no variation " + std::to_string(request.variation + 1) + " (the project has " +
+                std::to_string(project.GetVariations().size()) + ")");
+  }
+  CNetworkDataSolution* solution = variation->GetWritableSolution(request.solution);
+  if (!solution) {
+    std::string names;
+    for (const auto& s : variation->GetSolutions())
+      if (s->GetNetworkDataSolution()) names += (names.empty() ? "\"" : ", \"") + s->GetNetworkDataSolution()->GetName() + "\"";
+    return fail("no solution \"" + request.solution + "\" in variation " +
+                std::to_string(request.variation + 1) + " (it has " +
+                (names.empty() ? std::string("none") : names) + ")");
+  }
+  const int ports = solution->GetNumMatrixEntries();
+  const std::string extension = Lower(fs::path(request.output).extension().string());
+  const int named = TouchstonePorts(extension);
+  if (request.format == nd::kExportTouchstone && named >= 0 && named != ports) {
+    return fail(request.output + ": the solution has " + std::to_string(ports) +
+                " ports; name the file ." + "s" + std::to_string(ports) + "p");
+  }
+  if (request.precision < 1 || request.precision > 17)
+    return fail("expected a precision from 1 to 17 digits");
+  if (solution->GetFrequencyMap().empty()) return fail("the solution has no data points");
+
+  std::vector<double> frequencies = request.frequencies;
+  if (frequencies.empty() && request.format != nd::kExportMatlab) {
+    for (const auto& [f, point] : solution->GetFrequencyMap()) frequencies.push_back(f);
+  }
+  const AString projectName = request.projectName.empty() ? project.GetDesignName() : AString(request.projectName);
+
+  // Writers give up silently on a file they cannot open: create it first so
+  // that problem is reported here.
+  const fs::path target(request.output);
+  const std::string temp = TempPathBeside(target);
+  const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (fd < 0) return fail(request.output + ": cannot write the file: " + std::strerror(errno));
+  ::close(fd);
+
+  switch (request.format) {
+    case nd::kExportTouchstone:
+      nd::WriteTouchstoneFile(temp, *solution, frequencies, projectName, request.gamma,
+                              request.renormalizeTo.value_or(50.0), request.display, request.kind,
+                              request.precision, request.renormalizeTo.has_value(), false,
+                              variation);
+      break;
+    case nd::kExportSupercompact:
+      nd::WriteSupercompactFile(temp, *solution, frequencies, projectName,
+                                request.renormalizeTo.value_or(50.0), request.kind,
+                                request.display, false);
+      break;
+    case nd::kExportMatlab: {
+      io::CToken_ostream out(temp);
+      std::vector<int> quantities = request.quantities;
+      if (quantities.empty()) quantities.push_back(request.kind);
+      CMatlabExportVisitor visitor(out, frequencies, quantities, request.precision, variation,
+                                   projectName);
+      visitor.Visit(*solution);
+      if (!out.Close()) {
+        ::unlink(temp.c_str());
+        return fail(request.output + ": cannot write the file");
+      }
+      break;
+    }
+    default:
+      ::unlink(temp.c_str());
+      return fail("this export format is not available");
+  }
+  return Commit(temp, target, error);
+}

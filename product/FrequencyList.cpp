@@ -1,0 +1,87 @@
+// Parsing frequencies and frequency lists.
+#include "product/FrequencyList.h"
+
+#include <cctype>
+#include <charconv>
+#include <cmath>
+
+namespace sparam {
+namespace {
+
+std::string_view Trim(std::string_view s) {
+  while (!s.empty() && std::isspace(static_cast<unsigned char>(s.front()))) s.remove_prefix(1);
+  while (!s.empty() && std::isspace(static_cast<unsigned char>(s.back()))) s.remove_suffix(1);
+  return s;
+}
+
+bool EqualsNoCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i)
+    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i])))
+      return false;
+  return true;
+}
+
+}  // namespace
+
+std::optional<double> ParseFrequency(std::string_view text) {
+  text = Trim(text);
+  double value = 0.0;
+  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (ec != std::errc() || end == text.data()) return std::nullopt;
+  const std::string_view unit = Trim(std::string_view(end, static_cast<size_t>(text.data() + text.size() - end)));
+  static const struct {
+    const char* name;
+    double scale;
+  } units[] = {{"", 1.0}, {"Hz", 1.0}, {"kHz", 1e3}, {"MHz", 1e6}, {"GHz", 1e9}, {"THz", 1e12}};
+  for (const auto& u : units) {
+    if (EqualsNoCase(unit, u.name)) {
+      const double hz = value * u.scale;
+      if (!std::isfinite(hz) || hz < 0.0) return std::nullopt;
+      return hz;
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<std::vector<double>> ParseFrequencyList(std::string_view text, std::string* error) {
+  auto fail = [error](std::string why) -> std::optional<std::vector<double>> {
+    if (error) *error = std::move(why);
+    return std::nullopt;
+  };
+  std::vector<double> list;
+  if (text.find(':') != std::string_view::npos) {
+    std::string_view parts[3];
+    for (int k = 0; k < 3; ++k) {
+      const size_t colon = text.find(':');
+      if ((k < 2) == (colon == std::string_view::npos))
+        return fail("expected START:STOP:COUNT, found \"" + std::string(text) + "\"");
+      parts[k] = text.substr(0, colon);
+      text = colon == std::string_view::npos ? std::string_view() : text.substr(colon + 1);
+    }
+    const auto start = ParseFrequency(parts[0]);
+    const auto stop = ParseFrequency(parts[1]);
+    int count = 0;
+    const std::string_view c = Trim(parts[2]);
+    const auto [end, ec] = std::from_chars(c.data(), c.data() + c.size(), count);
+    if (!start || !stop) return fail("expected frequencies such as 1GHz in START:STOP:COUNT");
+    if (ec != std::errc() || end != c.data() + c.size() || count < 1 || count > 10000000)
+      return fail("expected a COUNT from 1 to 10000000, found \"" + std::string(c) + "\"");
+    if (*stop < *start) return fail("expected STOP at or above START");
+    for (int k = 0; k < count; ++k)
+      list.push_back(count == 1 ? *start : *start + (*stop - *start) * k / (count - 1));
+    return list;
+  }
+  while (!text.empty()) {
+    const size_t comma = text.find(',');
+    const std::string_view item = text.substr(0, comma);
+    const auto f = ParseFrequency(item);
+    if (!f) return fail("expected a frequency such as 2.5GHz, found \"" + std::string(Trim(item)) + "\"");
+    list.push_back(*f);
+    text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
+  }
+  if (list.empty()) return fail("expected at least one frequency");
+  return list;
+}
+
+}  // namespace sparam
