@@ -2,6 +2,8 @@
 // then a data pass that assigns one frequency slice per line.
 #include "sparamlib/MatlabExportVisitor.h"
 
+#include "sparamlib/NumberFormat.h"
+
 #include <cmath>
 #include <cstdio>
 #include <string>
@@ -56,28 +58,13 @@ const TNT::CVector* VectorOf(const CNetworkModalData& point, int kind) {
   return kind == nd::kPropagationConstants ? point.GetGamma() : point.GetPortImpedance();
 }
 
-// Appends printf output to `line`; the stack buffer covers every precision a
-// user asks for in practice, larger ones take the slow path.
-void AppendFormatted(std::string& line, const char* format, double value) {
-  char buf[64];
-  const int n = std::snprintf(buf, sizeof buf, format, value);
-  if (n <= 0) return;
-  if (static_cast<size_t>(n) < sizeof buf) {
-    line.append(buf, static_cast<size_t>(n));
-    return;
-  }
-  const size_t at = line.size();
-  line.resize(at + static_cast<size_t>(n) + 1);
-  std::snprintf(line.data() + at, static_cast<size_t>(n) + 1, format, value);
-  line.resize(at + static_cast<size_t>(n));
-}
-
 // "re + |im|i" or "re - |im|i": MATLAB reads the blank-separated sign as a
-// binary operator, so the imaginary magnitude is written unsigned.
-void AppendComplex(std::string& line, const char* format, const AComplex<double>& z) {
-  AppendFormatted(line, format, z.re);
+// binary operator, so the imaginary magnitude is written unsigned. The
+// formatter prints exactly what printf would, several times faster.
+void AppendComplex(std::string& line, const nd::CNumberFormat& format, const AComplex<double>& z) {
+  format.Append(line, z.re);
   line += z.im >= 0.0 ? " + " : " - ";
-  AppendFormatted(line, format, std::fabs(z.im));
+  format.Append(line, std::fabs(z.im));
   line += 'i';
 }
 
@@ -153,8 +140,9 @@ void CMatlabExportVisitor::Visit(CNetworkDataSolution& solution) {
   m_Out.EndDataLine();
 
   m_Out.SetPrecision(16);
-  char valueFormat[32];
-  std::snprintf(valueFormat, sizeof valueFormat, "%%16.%dlE", m_Precision);
+  char formatText[32];
+  std::snprintf(formatText, sizeof formatText, "%%16.%dlE", m_Precision);
+  const nd::CNumberFormat valueFormat(formatText);
 
   // One line is built in memory and written at once; the buffer is reused
   // so that the loop allocates only while the first lines grow it.
