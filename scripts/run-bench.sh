@@ -8,6 +8,10 @@ python=/usr/bin/python3
 echo "== machine: $(lscpu | sed -n 's/^Model name: *//p'), $(nproc) cores; $(c++ --version | head -1); -O2"
 echo "== S->Y / S->Z against scikit-rf"
 "$python" bench/compare_conversions.py "$build/bench/bench_conversions" 2>/dev/null
+echo "== Touchstone write against scikit-rf"
+"$python" bench/compare_touchstone.py "$build/bench/bench_touchstone" 2>/dev/null
+echo "== MATLAB write"
+"$build/bench/bench_matlab"
 echo "== SolveLinear against LAPACK zgesv"
 "$build/bench/bench_solve"
 echo "== block text write / read"
