@@ -1,10 +1,9 @@
 // MATLAB peer for the Octave interop test. Writes m-files from seeded random
 // modal solutions (1 to 6 ports, precisions 10 and 15) into the directory
-// given as the only argument, and prints what each file holds:
-//   case <path> <precision> <frequencies> <ports>
-//   f <frequency>...                       the frequencies written, in order
-//   <name> <k> <re> <im> ...               one line per assigned slice
-// with every number as %.17g; slices not listed stay zero.
+// given as the only argument, and prints what each file must define:
+//   case <path> <precision>
+//   <name> <re> <im> ...    every element of f, S, Y, Z, Zo, Gamma, row-major
+// with every number as %.17g; slices the file does not assign are zero.
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -14,91 +13,51 @@
 #include "sparamlib/MatlabExportVisitor.h"
 #include "support/SampleProject.h"
 
-namespace {
-
-const char* Name(int kind) {
-  switch (kind) {
-    case nd::kYMatrix:
-      return "Y";
-    case nd::kZMatrix:
-      return "Z";
-    case nd::kPortImpedances:
-      return "Zo";
-    case nd::kPropagationConstants:
-      return "Gamma";
-    default:
-      return "S";
-  }
-}
-
-void PrintValues(const char* name, int k, const AComplex<double>* values, int count) {
-  std::printf("%s %d", name, k);
-  for (int i = 0; i < count; ++i) std::printf(" %.17g %.17g", values[i].re, values[i].im);
-  std::printf("\n");
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
   if (argc != 2) {
     std::fprintf(stderr, "usage: matlab_peer <output directory>\n");
     return 2;
   }
-  const std::filesystem::path dir = argv[1];
   std::mt19937_64 rng(20261121);
-  int index = 0;
-  for (int ports = 1; ports <= 6; ++ports) {
-    for (const int precision : {10, 15}) {
-      ++index;
-      const int points = 3 + ports;
-      auto solution = testing_support::RandomSolution("Sweep", ports, points, rng);
-      // Odd cases let the writer take every solved frequency; even ones ask
-      // for an extra unsolved one in the middle, which stays zero in the file.
-      std::vector<double> requested;
-      if (index % 2 == 0) {
-        for (const auto& entry : solution->GetFrequencyMap()) requested.push_back(entry.first);
-        requested.insert(requested.begin() + 1, 0.5 * (requested[0] + requested[1]));
-      }
-      // The kinds in a different order per case; the writer keeps list order.
-      std::vector<int> kinds = {nd::kSMatrix, nd::kYMatrix, nd::kZMatrix, nd::kPortImpedances,
-                                nd::kPropagationConstants};
-      std::shuffle(kinds.begin(), kinds.end(), rng);
+  const char* names[] = {"S", "Y", "Z", "Zo", "Gamma"};
+  const int kinds[] = {nd::kSMatrix, nd::kYMatrix, nd::kZMatrix, nd::kPortImpedances,
+                       nd::kPropagationConstants};
+  TNT::CMatrix* (CNetworkData::*matrices[])(bool) = {
+      &CNetworkData::GetSMatrix, &CNetworkData::GetYMatrix, &CNetworkData::GetZMatrix};
+  for (int index = 1; index <= 12; ++index) {
+    const int ports = (index + 1) / 2, precision = index % 2 ? 10 : 15;
+    auto solution = testing_support::RandomSolution("Sweep", ports, 3 + ports, rng);
+    // Odd cases let the writer take every solved frequency; even ones ask
+    // for an extra unsolved one in the middle, which stays zero in the file.
+    std::vector<double> written;
+    for (const auto& entry : solution->GetFrequencyMap()) written.push_back(entry.first);
+    if (index % 2 == 0) written.insert(written.begin() + 1, 0.5 * (written[0] + written[1]));
+    // The kinds in a different order per case; the writer keeps list order.
+    std::vector<int> order(std::begin(kinds), std::end(kinds));
+    std::shuffle(order.begin(), order.end(), rng);
 
-      const std::filesystem::path path = dir / ("export_" + std::to_string(index) + ".m");
-      {
-        io::CToken_ostream out(path);
-        CMatlabExportVisitor(out, requested, kinds, precision, nullptr, "interop case")
-            .Visit(*solution);
-        if (!out.Close()) {
-          std::fprintf(stderr, "cannot write %s\n", path.c_str());
-          return 1;
-        }
-      }
+    const std::filesystem::path path =
+        std::filesystem::path(argv[1]) / ("export_" + std::to_string(index) + ".m");
+    io::CToken_ostream out(path);
+    CMatlabExportVisitor(out, index % 2 ? std::vector<double>{} : written, order, precision,
+                         nullptr, "interop case")
+        .Visit(*solution);
+    if (!out.Close()) return 1;
 
-      std::vector<double> written = requested;
-      if (written.empty())
-        for (const auto& entry : solution->GetFrequencyMap()) written.push_back(entry.first);
-      std::printf("case %s %d %zu %d\nf", path.c_str(), precision, written.size(), ports);
-      for (const double f : written) std::printf(" %.17g", f);
-      std::printf("\n");
-      for (const int kind : kinds) {
-        for (size_t k = 0; k < written.size(); ++k) {
-          CNetworkData* point = solution->GetNetworkData(written[k], 0.0, false);
-          if (!point) continue;
-          auto* modal = static_cast<CNetworkModalData*>(point);
-          const int slice = static_cast<int>(k) + 1;
-          const TNT::CMatrix* m = kind == nd::kSMatrix   ? point->GetSMatrix(true)
-                                  : kind == nd::kYMatrix ? point->GetYMatrix(true)
-                                  : kind == nd::kZMatrix ? point->GetZMatrix(true)
-                                                         : nullptr;
-          const TNT::CVector* v = kind == nd::kPortImpedances         ? modal->GetPortImpedance()
-                                  : kind == nd::kPropagationConstants ? modal->GetGamma()
-                                                                      : nullptr;
-          if (m) PrintValues(Name(kind), slice, m->data(), m->size());
-          if (v) PrintValues(Name(kind), slice, v->data(), v->size());
-        }
+    std::printf("case %s %d\nf", path.c_str(), precision);
+    for (const double f : written) std::printf(" %.17g 0", f);
+    for (int k = 0; k < 5; ++k) {
+      std::printf("\n%s", names[k]);
+      for (const double f : written) {
+        CNetworkData* point = solution->GetNetworkData(f, 0.0, false);
+        const TNT::CMatrix* m = point && k < 3 ? (point->*matrices[k])(true) : nullptr;
+        const TNT::CVector* v = point && k >= 3 ? point->GetPortVector(kinds[k]) : nullptr;
+        const AComplex<double>* values = m ? m->data() : v ? v->begin() : nullptr;
+        for (int i = 0; i < (k < 3 ? ports * ports : ports); ++i)
+          std::printf(" %.17g %.17g", values ? values[i].re : 0.0, values ? values[i].im : 0.0);
       }
     }
+    std::printf("\n");
   }
   return 0;
 }

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""m-files written by sparamlib, run by Octave.
-
-matlab_peer writes the files and prints the exact values it wrote; Octave runs
-every file and prints f, S, Y, Z, Zo and Gamma back at full precision. Each
-component must agree to the precision the file was written with (relative
-10^-p; the frequencies go out with 15 significant digits).
-Usage: test_matlab_octave.py <matlab_peer> <octave-cli>
-"""
+# m-files written by sparamlib, run by Octave.
+#
+# matlab_peer writes the files and prints every element each must define;
+# Octave runs every file and prints f, S, Y, Z, Zo and Gamma back in the same
+# form at full precision. Each real and imaginary part must agree to the
+# precision the file was written with (relative 10^-p; the frequencies go out
+# with 15 significant digits), so what we never assigned must read back zero.
+# Usage: test_matlab_octave.py <matlab_peer> <octave-cli>
 import os
 import subprocess
 import sys
@@ -14,109 +14,60 @@ import tempfile
 
 import numpy
 
-NAMES = ("f", "S", "Y", "Z", "Zo", "Gamma")
-FREQUENCY_TOLERANCE = 1e-14
+NAMES = ("f", "S", "Y", "Z", "Zo", "Gamma")  # every one the peer lists
+# Prints one variable as the peer does: dimensions reversed, so that listing
+# them column-major gives row-major order, then real and imaginary parts.
+PRINT = ("if exist('{0}', 'var'), x = permute({0}, ndims({0}):-1:1); printf('{0}'); "
+         "printf(' %.17g %.17g', [real(x(:)) imag(x(:))].'); printf('\\n'); end\n")
 
 
-def parse_peer(text):
+def parse(text):
+    # [(path, precision, {name: [re, im, re, im, ...]})] of 'case' blocks.
     cases = []
-    for line in text.splitlines():
-        parts = line.split()
-        if parts[0] == "case":
-            path, precision, nf, n = parts[1], int(parts[2]), int(parts[3]), int(parts[4])
-            cases.append({
-                "path": path, "precision": precision,
-                "f": None,
-                "S": numpy.zeros((nf, n, n), complex), "Y": numpy.zeros((nf, n, n), complex),
-                "Z": numpy.zeros((nf, n, n), complex),
-                "Zo": numpy.zeros((nf, n), complex), "Gamma": numpy.zeros((nf, n), complex),
-            })
-        elif parts[0] == "f":
-            cases[-1]["f"] = numpy.array([float(x) for x in parts[1:]], complex)
+    for name, *rest in (line.split() for line in text.splitlines() if line.strip()):
+        if name == "case":
+            cases.append((rest[0], int(rest[1]), {}))
         else:
-            values = numpy.array([float(x) for x in parts[2:]])
-            target = cases[-1][parts[0]]
-            target[int(parts[1]) - 1] = (values[0::2] + 1j * values[1::2]).reshape(target.shape[1:])
+            cases[-1][2][name] = numpy.array(rest, float)
     return cases
 
 
-def octave_program(cases):
-    lines = []
-    for index, case in enumerate(cases):
-        lines.append(f"clear; run('{case['path']}'); printf('case {index}\\n');")
-        for name in NAMES:
-            lines.append(
-                f"if exist('{name}', 'var'), x = {name}; printf('{name} %d\\n', numel(x)); "
-                "printf('%.17g %.17g\\n', [real(x(:)) imag(x(:))].'); end")
-    return "\n".join(lines)
-
-
-def parse_octave(text, count):
-    arrays = [dict() for _ in range(count)]
-    lines = iter(text.splitlines())
-    current = None
-    for line in lines:
-        parts = line.split()
-        if not parts:
-            continue
-        if parts[0] == "case":
-            current = arrays[int(parts[1])]
-            continue
-        numel = int(parts[1])
-        values = numpy.array([[float(v) for v in next(lines).split()] for _ in range(numel)])
-        current[parts[0]] = values[:, 0] + 1j * values[:, 1] if numel else numpy.zeros(0, complex)
-    return arrays
-
-
-def compare(name, ours, theirs, tolerance):
-    """Failures, one line each, for components of `theirs` off by more than
-    `tolerance` relative to ours; slices we never wrote must read back zero."""
-    if theirs is None:
-        return [f"{name}: not defined by the file"]
-    if theirs.size != ours.size:
-        return [f"{name}: {theirs.size} elements, expected {ours.size}"]
-    # Octave lists elements column-major.
-    theirs = theirs.reshape(ours.shape, order="F")
-    failures = []
-    for part in (numpy.real, numpy.imag):
-        a, b = part(ours), part(theirs)
-        bad = numpy.abs(a - b) > tolerance * numpy.abs(a)
-        if bad.any():
-            at = tuple(int(i) for i in numpy.argwhere(bad)[0])
-            failures.append(f"{name}{at}: octave {b[at]!r}, ours {a[at]!r}")
-    return failures
+def compare(path, precision, ours, found):
+    where = f"{os.path.basename(path)} (p={precision})"
+    for name, a in ours.items():
+        b = found.get(name, numpy.zeros(0))
+        tolerance = 1e-14 if name == "f" else 10.0 ** -precision  # f: 15 digits
+        if b.shape != a.shape:
+            yield f"{where} {name}: {b.size // 2} elements, expected {a.size // 2}"
+        elif numpy.any(abs(a - b) > tolerance * abs(a)):
+            k = numpy.argmax(abs(a - b) - tolerance * abs(a))
+            yield f"{where} {name}[{k // 2}].{'ri'[k % 2]}: octave {b[k]!r}, ours {a[k]!r}"
 
 
 def main():
-    if len(sys.argv) != 3:
-        print(__doc__)
-        return 2
     peer, octave = sys.argv[1], sys.argv[2]
     if not (os.path.isfile(octave) and os.access(octave, os.X_OK)):
         print(f"FAIL: octave-cli not found ('{octave}'); scripts/install-deps.sh installs it")
         return 1
     with tempfile.TemporaryDirectory() as tmp:
-        cases = parse_peer(subprocess.run([peer, tmp], capture_output=True, text=True,
-                                          check=True).stdout)
-        run = subprocess.run([octave, "--no-gui", "--quiet", "--norc", "--eval",
-                              octave_program(cases)], capture_output=True, text=True)
+        cases = parse(subprocess.run([peer, tmp], capture_output=True, text=True,
+                                     check=True).stdout)
+        program = "".join(f"clear; run('{path}'); printf('case {path} {precision}\\n');\n" +
+                          "".join(PRINT.format(name) for name in NAMES)
+                          for path, precision, _ in cases)
+        run = subprocess.run([octave, "--no-gui", "--quiet", "--norc", "--eval", program],
+                             capture_output=True, text=True)
         if run.returncode != 0:
             print(f"FAIL: octave exited with {run.returncode}:\n{run.stderr}")
             return 1
-        arrays = parse_octave(run.stdout, len(cases))
-    failures = []
-    for case, found in zip(cases, arrays):
-        tolerance = 10.0 ** -case["precision"]
-        for name in NAMES:
-            for failure in compare(name, case[name], found.get(name),
-                                   FREQUENCY_TOLERANCE if name == "f" else tolerance):
-                failures.append(f"{os.path.basename(case['path'])} (p={case['precision']}): {failure}")
-    values = sum(case[name].size for case in cases for name in NAMES)
+        found = {path: values for path, _, values in parse(run.stdout)}
+    failures = [f for path, p, ours in cases for f in compare(path, p, ours, found.get(path, {}))]
+    values = sum(a.size // 2 for case in cases for a in case[2].values())
     print(f"{len(cases)} m-files, 1..6 ports, precision 10 and 15, {values} values: "
           f"{'all equal' if not failures else f'{len(failures)} mismatches'}")
     for failure in failures:
         print("FAIL", failure)
-    return 1 if failures else 0
+    return 1 if failures or not cases else 0
 
 
 if __name__ == "__main__":

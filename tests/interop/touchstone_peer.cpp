@@ -1,9 +1,8 @@
 // Writes S-parameter Touchstone files of seeded random modal solutions for
 // test_touchstone_skrf.py, and prints per file one JSON line with the exact
-// numbers behind it: the S matrix written, the two numbers written for each
-// entry, and for renormalised files the solver's S and port impedances.
+// numbers behind it: per point the solver's S and port impedances and the S
+// the file holds.
 // Usage: touchstone_peer <output directory>
-#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <random>
@@ -17,34 +16,11 @@ namespace {
 
 using C = AComplex<double>;
 
-std::string Number(double v) {
-  char buf[40];
-  std::snprintf(buf, sizeof buf, "%.17g", v);
-  return buf;
-}
-
-// [[re, im], ...] of a matrix, row by row.
-std::string Complexes(const C* z, int count) {
-  std::string out = "[";
-  for (int k = 0; k < count; ++k)
-    out += (k ? ",[" : "[") + Number(z[k].re) + "," + Number(z[k].im) + "]";
-  return out + "]";
-}
-
-// The two numbers the writer prints for z: computed here as the file's
-// definition states them, not by the writer's code.
-std::string Pairs(const TNT::CMatrix& s, nd::DisplayFormatType format) {
-  std::string out = "[";
-  for (int k = 0; k < s.size(); ++k) {
-    const C z = s.data()[k];
-    const double mag = std::hypot(z.re, z.im);
-    const double ang = std::atan2(z.im, z.re) * 180.0 / M_PI;
-    double a = z.re, b = z.im;
-    if (format == nd::kMagnitudeAngle) a = mag, b = ang;
-    if (format == nd::kDbAngle) a = 20.0 * std::log10(mag), b = ang;
-    out += (k ? ",[" : "[") + Number(a) + "," + Number(b) + "]";
-  }
-  return out + "]";
+// ,"<key>":[[re, im], ...] at full precision.
+void Print(const char* key, const C* z, int count) {
+  std::printf(",\"%s\":[", key);
+  for (int k = 0; k < count; ++k) std::printf("%s[%.17g,%.17g]", k ? "," : "", z[k].re, z[k].im);
+  std::printf("]");
 }
 
 }  // namespace
@@ -54,54 +30,40 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: touchstone_peer <output directory>\n");
     return 2;
   }
-  const std::filesystem::path dir = argv[1];
   std::mt19937_64 rng(20261122);
-  const char* formatNames[] = {"MA", "RI", "DB"};
-  int index = 0;
-  for (int ports = 1; ports <= 10; ++ports) {
-    for (nd::DisplayFormatType format : {nd::kMagnitudeAngle, nd::kDbAngle, nd::kRealImaginary}) {
-      for (int precision : {8, 12}) {
-        for (bool renormalise : {false, true}) {
-          auto solution = testing_support::RandomSolution("Sweep", ports, 5, rng);
-          std::vector<double> frequencies;
-          for (const auto& [f, point] : solution->GetFrequencyMap()) {
-            frequencies.push_back(f);
-            // Without renormalisation the file states no reference: give the
-            // ports the 50 ohms a reader then assumes.
-            if (!renormalise)
-              static_cast<CNetworkModalData*>(point.get())
-                  ->SetPortImpedance(std::make_unique<TNT::CVector>(ports, C(50.0)));
-          }
-          const auto before = solution->Clone();
-          const std::string name =
-              "case" + std::to_string(index++) + ".s" + std::to_string(ports) + "p";
-          nd::WriteTouchstoneFile((dir / name).string(), *solution, frequencies, "Interop",
-                                  renormalise, 50.0, format, nd::kSMatrix, precision, renormalise,
-                                  false, nullptr);
-
-          std::string line =
-              "{\"file\":\"" + name + "\",\"ports\":" + std::to_string(ports) + ",\"format\":\"" +
-              formatNames[format] + "\",\"precision\":" + std::to_string(precision) +
-              ",\"renormalised\":" + (renormalise ? "true" : "false") + ",\"points\":[";
-          bool first = true;
-          for (const auto& [f, stored] : before->GetFrequencyMap()) {
-            auto point = stored->Clone();
-            auto* modal = static_cast<CNetworkModalData*>(point.get());
-            line += std::string(first ? "" : ",") + "{\"f\":" + Number(f);
-            first = false;
-            if (renormalise) {
-              line += ",\"s_solver\":" + Complexes(modal->GetSMatrix()->data(), ports * ports) +
-                      ",\"z_solver\":" + Complexes(modal->GetPortImpedance()->data(), ports);
-              modal->Renormalize(TNT::CVector(ports, C(50.0)));
-            }
-            const TNT::CMatrix& s = *modal->GetSMatrix();
-            line += ",\"s\":" + Complexes(s.data(), ports * ports) +
-                    ",\"pairs\":" + Pairs(s, format) + "}";
-          }
-          std::printf("%s]}\n", line.c_str());
-        }
-      }
+  const char* formatNames[] = {"MA", "RI", "DB"};  // by nd::DisplayFormatType
+  // Every port count from 1 to 10 with every format, 8 and 12 digits, and
+  // data kept at 50-ohm ports or renormalised to 50 ohms.
+  for (int c = 0; c < 120; ++c) {
+    const int ports = 1 + c / 12, precision = c % 2 ? 12 : 8;
+    const auto format = static_cast<nd::DisplayFormatType>(c / 2 % 3);
+    const bool renormalise = c / 6 % 2;
+    auto solution = testing_support::RandomSolution("Sweep", ports, 5, rng);
+    const TNT::CVector reference(ports, C(50.0));
+    const std::string name = "case" + std::to_string(c) + ".s" + std::to_string(ports) + "p";
+    std::printf(
+        "{\"file\":\"%s\",\"ports\":%d,\"format\":\"%s\",\"precision\":%d,\"renormalised\":%s,"
+        "\"points\":[",
+        name.c_str(), ports, formatNames[format], precision, renormalise ? "true" : "false");
+    std::vector<double> frequencies;
+    for (const auto& [f, point] : solution->GetFrequencyMap()) {
+      auto& modal = static_cast<CNetworkModalData&>(*point);
+      // Without renormalisation the file states no reference: give the
+      // ports the 50 ohms a reader then assumes.
+      if (!renormalise) modal.SetPortImpedance(std::make_unique<TNT::CVector>(reference));
+      auto written = modal.Clone();
+      if (renormalise) static_cast<CNetworkModalData&>(*written).Renormalize(reference);
+      std::printf("%s{\"f\":%.17g", frequencies.empty() ? "" : ",", f);
+      Print("s_solver", modal.GetSMatrix()->data(), ports * ports);
+      Print("z_solver", modal.GetPortImpedance()->begin(), ports);
+      Print("s", written->GetSMatrix()->data(), ports * ports);
+      std::printf("}");
+      frequencies.push_back(f);
     }
+    std::printf("]}\n");
+    nd::WriteTouchstoneFile((std::filesystem::path(argv[1]) / name).string(), *solution,
+                            frequencies, "Interop", renormalise, 50.0, format, nd::kSMatrix,
+                            precision, renormalise, false, nullptr);
   }
   return 0;
 }
