@@ -264,6 +264,10 @@ int CNetworkData::ReadFromBlock(const io::CBlock& block) {
     if (ReadStoredMatrix(block, "SMatrix", m_SMatrix, n) != io::kReadOk) return 1;
     if (m_Owner) m_Owner->FillCompanionMatrix(*m_SMatrix, m_CompanionMatrix1);
     m_SIsDerived = false;
+    // Y or Z computed from the previous S no longer describe this one.
+    if (m_YIsDerived) m_YMatrix.reset();
+    if (m_ZIsDerived) m_ZMatrix.reset();
+    m_YIsDerived = m_ZIsDerived = false;
   }
   if (block.HasItem("YMatrix")) {
     if (ReadStoredMatrix(block, "YMatrix", m_YMatrix, n) != io::kReadOk) return 1;

@@ -206,6 +206,9 @@ TEST(NetworkDataPersistence, StoredNumbersComeBackBitForBitInStoredOrder) {
   EXPECT_EQ(q.ReadFromBlock(odd), 0);
   EXPECT_EQ(q.GetDataType(), 9);
   EXPECT_TRUE(!q.IsZDerived() && q.IsYDerived());
+  // A newly read S makes what was derived from the old one go away.
+  EXPECT_EQ(q.ReadFromBlock(block), 0);
+  EXPECT_TRUE(q.GetYMatrix(false) == nullptr && q.GetZMatrix(false) == nullptr);
 }
 
 TEST(NetworkDataPersistence, ReadKeepsWhatFitsTheOwnerAndDropsTheRest) {
