@@ -6,6 +6,7 @@
 
 #include "core/Assert.h"
 #include "sparamlib/InterpolateVisitor.h"
+#include "sparamlib/NevilleInterpolateVisitor.h"
 
 namespace {
 
@@ -114,8 +115,17 @@ bool CNetworkDataSolution::Accept(CInterpolateVisitor& visitor, CNetworkData& ta
 }
 
 std::unique_ptr<CInterpolateVisitor> CNetworkDataSolution::MakeInterpolateVisitor() const {
-  // The interpolation methods are not built yet: every type answers null.
-  return nullptr;
+  switch (m_SolutionType) {
+    case DiscreteSweep:
+      if (!CanInterpolateDiscrete()) return nullptr;
+      return std::make_unique<CNevilleInterpolateVisitor>();
+    case InterpolateNeville:
+      return std::make_unique<CNevilleInterpolateVisitor>();
+    default:
+      // The solver's interpolator, the state-space fit and BRI weights are
+      // not available yet.
+      return nullptr;
+  }
 }
 
 // ---- Matrix entries -------------------------------------------------------

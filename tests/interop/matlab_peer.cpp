@@ -3,7 +3,7 @@
 // given as the only argument, and prints what each file must define:
 //   case <path> <precision>
 //   <name> <re> <im> ...    every element of f, S, Y, Z, Zo, Gamma, row-major
-// with every number as %.17g; slices the file does not assign are zero.
+// with every number as %.17g.
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
     const int ports = (index + 1) / 2, precision = index % 2 ? 10 : 15;
     auto solution = testing_support::RandomSolution("Sweep", ports, 3 + ports, rng);
     // Odd cases let the writer take every solved frequency; even ones ask
-    // for an extra unsolved one in the middle, which stays zero in the file.
+    // for an extra unsolved one in the middle, which the solution interpolates.
     std::vector<double> written;
     for (const auto& entry : solution->GetFrequencyMap()) written.push_back(entry.first);
     if (index % 2 == 0) written.insert(written.begin() + 1, 0.5 * (written[0] + written[1]));
@@ -49,12 +49,13 @@ int main(int argc, char** argv) {
     for (int k = 0; k < 5; ++k) {
       std::printf("\n%s", names[k]);
       for (const double f : written) {
-        CNetworkData* point = solution->GetNetworkData(f, 0.0, false);
+        CNetworkData* point = solution->GetNetworkData(f, 0.0, true);
         const TNT::CMatrix* m = point && k < 3 ? (point->*matrices[k])(true) : nullptr;
         const TNT::CVector* v = point && k >= 3 ? point->GetPortVector(kinds[k]) : nullptr;
         const AComplex<double>* values = m ? m->data() : v ? v->begin() : nullptr;
         for (int i = 0; i < (k < 3 ? ports * ports : ports); ++i)
           std::printf(" %.17g %.17g", values ? values[i].re : 0.0, values ? values[i].im : 0.0);
+        solution->ReleaseNetworkData(f);
       }
     }
     std::printf("\n");

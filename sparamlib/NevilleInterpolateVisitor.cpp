@@ -1,0 +1,198 @@
+// Entry-wise rational interpolation of S and Lagrange interpolation of port
+// vectors.
+#include "sparamlib/NevilleInterpolateVisitor.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "sparamlib/FxemModalData.h"
+#include "sparamlib/FxemModalSolution.h"
+#include "sparamlib/NetworkModalData.h"
+
+namespace nd {
+namespace {
+
+using Complex = AComplex<double>;
+
+// Below this distance (in the solution's frequency unit) the target is a
+// solved frequency and that point's value is taken as it is.
+constexpr double kExactHit = 1e-6;
+// Keeps the first denominators of the tableau away from zero.
+constexpr double kOffset = 1e-12;
+
+// One entry: y[1..N] at x[1..N] (1-based work vectors c and d of N + 1).
+void Tableau(double target, const std::vector<double>& x, const Complex* y, int N,
+             std::vector<Complex>& c, std::vector<Complex>& d, Complex& value, Complex& error) {
+  int ns = 1;
+  double hh = std::fabs(target - x[0]);
+  for (int p = 1; p <= N; ++p) {
+    const double h = std::fabs(target - x[static_cast<size_t>(p - 1)]);
+    if (h > kExactHit) {
+      if (h < hh) {
+        ns = p;
+        hh = h;
+      }
+    } else {
+      value = y[p - 1];
+      error = Complex();
+      return;
+    }
+    c[static_cast<size_t>(p)] = y[p - 1];
+    d[static_cast<size_t>(p)] = y[p - 1] + Complex(kOffset);
+  }
+  Complex result = y[ns - 1];
+  Complex dy;
+  --ns;
+  for (int m = 1; m < N; ++m) {
+    for (int p = 1; p <= N - m; ++p) {
+      const Complex w = c[static_cast<size_t>(p + 1)] - d[static_cast<size_t>(p)];
+      const double h = x[static_cast<size_t>(p + m - 1)] - target;
+      const Complex t = d[static_cast<size_t>(p)] * ((x[static_cast<size_t>(p - 1)] - target) / h);
+      Complex dd = t - c[static_cast<size_t>(p + 1)];
+      if (dd.re == 0.0 && dd.im == 0.0) {
+        // A pole of the rational function at the target: keep the best
+        // value reached.
+        value = result;
+        error = dy;
+        return;
+      }
+      dd = w / dd;
+      d[static_cast<size_t>(p)] = c[static_cast<size_t>(p + 1)] * dd;
+      c[static_cast<size_t>(p)] = t * dd;
+    }
+    if (2 * ns < N - m) {
+      dy = c[static_cast<size_t>(ns + 1)];
+    } else {
+      dy = d[static_cast<size_t>(ns)];
+      --ns;
+    }
+    result += dy;
+  }
+  value = result;
+  error = dy;
+}
+
+}  // namespace
+
+void NevilleInterpolate(double target, const std::vector<double>& x,
+                        const std::vector<const TNT::CMatrix*>& values, TNT::CMatrix& Y,
+                        TNT::CMatrix& E) {
+  const int N = static_cast<int>(x.size());
+  const int rows = values.front()->num_rows(), cols = values.front()->num_cols();
+  Y = TNT::CMatrix(rows, cols);
+  E = TNT::CMatrix(rows, cols);
+  // Two work vectors reused for every entry; the entry's values gathered once.
+  std::vector<Complex> c(static_cast<size_t>(N) + 1), d(static_cast<size_t>(N) + 1);
+  std::vector<Complex> y(static_cast<size_t>(N));
+  for (int k = 0; k < rows * cols; ++k) {
+    for (int p = 0; p < N; ++p) y[static_cast<size_t>(p)] = values[static_cast<size_t>(p)]->data()[k];
+    Tableau(target, x, y.data(), N, c, d, Y.data()[k], E.data()[k]);
+  }
+}
+
+double InterpolationError(const TNT::CMatrix& Y, const TNT::CMatrix& E) {
+  double change = 0.0, power = 0.0;
+  for (int k = 0; k < Y.size(); ++k) {
+    const Complex& e = E.data()[k];
+    const Complex& y = Y.data()[k];
+    change += std::fabs(2.0 * (e * conj(y)).re) + norm(e);
+    power += norm(y);
+  }
+  return change / power;
+}
+
+}  // namespace nd
+
+namespace {
+
+// The S matrices and frequencies of every solved point, or false when a
+// point cannot give an n x n S.
+bool Gather(CNetworkDataSolution& solution, int n, std::vector<double>& x,
+            std::vector<const TNT::CMatrix*>& values) {
+  for (const auto& [f, point] : solution.GetFrequencyMap()) {
+    const TNT::CMatrix* s = point->GetSMatrix(true);
+    if (!s || s->num_rows() != n || s->num_cols() != n) return false;
+    x.push_back(f);
+    values.push_back(s);
+  }
+  return !x.empty();
+}
+
+// The three-point Lagrange rule around the solved frequency nearest to f.
+bool InterpolatePortVector(CNetworkModalSolution& solution, double f, int kind,
+                           CNetworkModalData& target) {
+  const auto& map = solution.GetFrequencyMap();
+  const int N = static_cast<int>(map.size());
+  if (N < 3) return false;
+  std::vector<double> x;
+  std::vector<const TNT::CVector*> v;
+  for (const auto& [freq, point] : map) {
+    const auto* modal = dynamic_cast<const CNetworkModalData*>(point.get());
+    x.push_back(freq);
+    v.push_back(modal ? modal->GetPortVector(kind) : nullptr);
+  }
+  if (!v.front()) return false;
+  int q = 0;
+  double nearest = 1e32;
+  for (int i = 0; i < N; ++i) {
+    if (std::fabs(f - x[static_cast<size_t>(i)]) < nearest) {
+      nearest = std::fabs(f - x[static_cast<size_t>(i)]);
+      q = i;
+    }
+  }
+  q = std::clamp(q, 1, N - 2);
+  const double a = x[static_cast<size_t>(q - 1)], b = x[static_cast<size_t>(q)],
+               e = x[static_cast<size_t>(q + 1)];
+  const double La = (f - e) * (f - b) / ((a - e) * (a - b));
+  const double Lb = (f - e) * (f - a) / ((b - e) * (b - a));
+  const double Le = (f - b) * (f - a) / ((b - e) * (a - e));
+  const TNT::CVector* va = v[static_cast<size_t>(q - 1)];
+  const TNT::CVector* vb = v[static_cast<size_t>(q)];
+  const TNT::CVector* ve = v[static_cast<size_t>(q + 1)];
+  const int n = target.GetNumPorts();
+  if (!va || !vb || !ve || va->size() < n || vb->size() < n || ve->size() < n) return false;
+  auto out = std::make_unique<TNT::CVector>(n);
+  for (int k = 0; k < n; ++k) (*out)[k] = (*va)[k] * La + (*vb)[k] * Lb + (*ve)[k] * Le;
+  if (kind == nd::kPortImpedances) {
+    target.SetPortImpedance(std::move(out));
+  } else {
+    target.SetGamma(std::move(out));
+  }
+  return true;
+}
+
+}  // namespace
+
+bool CNevilleInterpolateVisitor::Visit(CNetworkDataSolution& solution, CNetworkData& target) {
+  std::vector<double> x;
+  std::vector<const TNT::CMatrix*> values;
+  if (!Gather(solution, target.GetNumPorts(), x, values)) return false;
+  if (x.size() == 1) {
+    target.SetSMatrix(std::make_unique<TNT::CMatrix>(*values.front()));
+    target.SetValue(1.0);
+    return true;
+  }
+  auto y = std::make_unique<TNT::CMatrix>();
+  TNT::CMatrix e;
+  nd::NevilleInterpolate(target.GetFrequency(), x, values, *y, e);
+  target.SetValue(nd::InterpolationError(*y, e));
+  target.SetSMatrix(std::move(y));
+  return true;
+}
+
+bool CNevilleInterpolateVisitor::Visit(CFxemModalSolution& solution, CFxemModalData& target) {
+  return Visit(static_cast<CNetworkDataSolution&>(solution), static_cast<CNetworkData&>(target));
+}
+
+bool CNevilleInterpolateVisitor::Visit(CNetworkModalSolution& solution, CNetworkModalData& target) {
+  // A modal point needs its port impedances to mean anything: both vectors
+  // first (which leave the target alone on failure), then S.
+  CNetworkModalData candidate(target);
+  const double f = target.GetFrequency();
+  if (!InterpolatePortVector(solution, f, nd::kPortImpedances, candidate)) return false;
+  InterpolatePortVector(solution, f, nd::kPropagationConstants, candidate);
+  if (!Visit(static_cast<CNetworkDataSolution&>(solution), static_cast<CNetworkData&>(candidate)))
+    return false;
+  target = candidate;
+  return true;
+}
