@@ -7,19 +7,11 @@
 #include <vector>
 
 #include "sparamlib/NetworkModalData.h"
+#include "support/FixedPorts.h"
 
 namespace {
 
-class Ports : public INetworkDataOwner {
- public:
-  explicit Ports(int n) : n_(n) {}
-  int GetNumPorts() const override { return n_; }
-
- private:
-  int n_;
-};
-
-std::unique_ptr<CNetworkModalData> RandomPoint(Ports& owner, int n, std::mt19937_64& rng) {
+std::unique_ptr<CNetworkModalData> RandomPoint(testing_support::FixedPorts& owner, int n, std::mt19937_64& rng) {
   std::normal_distribution<double> g(0.0, 0.5 / 3.0 / std::sqrt(static_cast<double>(n)));
   std::uniform_real_distribution<double> re(20.0, 90.0), im(-30.0, 30.0);
   auto s = std::make_unique<TNT::CMatrix>(n, n);
@@ -41,7 +33,7 @@ void Convert(CNetworkModalData& p) {
 template <bool kToY>
 void BM_PerPoint(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
-  Ports owner(n);
+  testing_support::FixedPorts owner(n);
   std::mt19937_64 rng(1);
   auto p = RandomPoint(owner, n, rng);
   for (auto _ : state) Convert<kToY>(*p);
@@ -52,7 +44,7 @@ template <bool kToY>
 void BM_Sweep(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   const int points = static_cast<int>(state.range(1));
-  Ports owner(n);
+  testing_support::FixedPorts owner(n);
   std::mt19937_64 rng(1);
   std::vector<std::unique_ptr<CNetworkModalData>> sweep;
   for (int k = 0; k < points; ++k) sweep.push_back(RandomPoint(owner, n, rng));

@@ -7,17 +7,9 @@
 #include <memory>
 
 #include "sparamlib/NetworkModalData.h"
+#include "support/FixedPorts.h"
 
 namespace {
-
-class Ports : public INetworkDataOwner {
- public:
-  explicit Ports(int n) : n_(n) {}
-  int GetNumPorts() const override { return n_; }
-
- private:
-  int n_;
-};
 
 bool ReadComplex(AComplex<double>& z) { return std::scanf("%lf %lf", &z.re, &z.im) == 2; }
 
@@ -34,7 +26,7 @@ int main() {
   char kind[8];
   int n = 0;
   while (std::scanf("%7s %d", kind, &n) == 2) {
-    Ports ports(n);
+    testing_support::FixedPorts ports(n);
     auto z = std::make_unique<TNT::CVector>(n);
     auto m = std::make_unique<TNT::CMatrix>(n, n);
     for (auto& v : *z)
