@@ -17,4 +17,9 @@ enum ReadError : int {
 // True for the results that let a caller continue reading.
 constexpr bool IsReadOk(int result) { return result == kReadOk || result == kReadTolerated; }
 
+// Keeps in `first` the first result of a sequence of reads that stops reading.
+constexpr void KeepFirstError(int& first, int result) {
+  if (IsReadOk(first) && !IsReadOk(result)) first = result;
+}
+
 }  // namespace io

@@ -60,15 +60,12 @@ bool FxSolutionVariation::Write(io::CBlock& block) const {
 
 int FxSolutionVariation::Read(const io::CBlock& block) {
   int result = io::kReadOk;
-  auto keep = [&result](int r) {
-    if (io::IsReadOk(result) && !io::IsReadOk(r)) result = r;
-  };
-  keep(block.GetString("Product", m_ProductName));
-  keep(block.GetString("ProductVersion", m_ProductVersion));
+  io::KeepFirstError(result, block.GetString("Product", m_ProductName));
+  io::KeepFirstError(result, block.GetString("ProductVersion", m_ProductVersion));
   for (const io::CBlock* v : block.FindBlocks("Variable")) {
     Variable variable;
-    keep(v->GetString("Name", variable.first));
-    keep(v->GetString("Value", variable.second));
+    io::KeepFirstError(result, v->GetString("Name", variable.first));
+    io::KeepFirstError(result, v->GetString("Value", variable.second));
     m_Variables.push_back(std::move(variable));
   }
   if (!io::IsReadOk(result)) return result;

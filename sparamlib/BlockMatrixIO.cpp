@@ -88,6 +88,15 @@ void WriteVector(CBlock& parent, std::string_view key, const TNT::CVector& vecto
   for (const AComplex<double>& z : vector) block.AddComplex("c", z);
 }
 
+void ReadOptionalVector(const CBlock& block, std::string_view key,
+                        std::unique_ptr<TNT::CVector>& vector, int n) {
+  const long index = block.FindItem(key);
+  if (index < 0) return;
+  const CBlock* item = block.GetItem(static_cast<size_t>(index)).GetBlock();
+  if (!vector || vector->size() != n) vector = std::make_unique<TNT::CVector>(n);
+  if (!item || ReadVector(*item, *vector) != io::kReadOk) vector.reset();
+}
+
 void StoredMatrixSize(const CBlock& item, int& rows, int& cols) {
   rows = cols = 0;
   std::int64_t m = 0, n = 0;

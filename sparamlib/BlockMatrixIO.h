@@ -4,6 +4,7 @@
 //   a vector is a sub-block holding "n" and one "c" item per element.
 #pragma once
 
+#include <memory>
 #include <string_view>
 
 #include "core/Block.h"
@@ -20,6 +21,11 @@ void WriteVector(io::CBlock& parent, std::string_view key, const TNT::CVector& v
 // error state. On failure the matrix content is unspecified.
 io::ReadError ReadMatrix(const io::CBlock& item, TNT::CMatrix& matrix);
 io::ReadError ReadVector(const io::CBlock& item, TNT::CVector& vector);
+
+// Reads the optional vector item `key` at length n into `vector` (allocated
+// when absent or of another length). Absent: unchanged. Unreadable: dropped.
+void ReadOptionalVector(const io::CBlock& block, std::string_view key,
+                        std::unique_ptr<TNT::CVector>& vector, int n);
 
 // Stored dimensions of a matrix item (0 when absent or not integers).
 void StoredMatrixSize(const io::CBlock& item, int& rows, int& cols);

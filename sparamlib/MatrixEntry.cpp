@@ -1,25 +1,16 @@
 // Stored form of a matrix entry.
 #include "sparamlib/MatrixEntry.h"
 
-namespace {
-
-// Keeps the first hard error of a sequence of reads.
-void Keep(int& worst, int result) {
-  if (io::IsReadOk(worst) && !io::IsReadOk(result)) worst = result;
-}
-
-}  // namespace
-
 int CMatrixEntry::ReadFromBlock(const io::CBlock& block) {
   int result = io::kReadOk;
-  Keep(result, block.GetString("ModalEntryName", m_ModalEntryName));
-  Keep(result, block.GetString("TerminalEntryName", m_TerminalEntryName));
-  Keep(result, block.GetString("PortName", m_PortName));
-  Keep(result, block.GetInteger("Mode", m_Mode));
-  Keep(result, block.GetString("ModeName", m_ModeName));
-  Keep(result, block.GetString("TerminalName", m_TerminalName));
-  Keep(result, block.GetString("ParameterName", m_ParameterName));
-  Keep(result, block.GetInteger("MatrixIndex", m_MatrixIndex));
+  io::KeepFirstError(result, block.GetString("ModalEntryName", m_ModalEntryName));
+  io::KeepFirstError(result, block.GetString("TerminalEntryName", m_TerminalEntryName));
+  io::KeepFirstError(result, block.GetString("PortName", m_PortName));
+  io::KeepFirstError(result, block.GetInteger("Mode", m_Mode));
+  io::KeepFirstError(result, block.GetString("ModeName", m_ModeName));
+  io::KeepFirstError(result, block.GetString("TerminalName", m_TerminalName));
+  io::KeepFirstError(result, block.GetString("ParameterName", m_ParameterName));
+  io::KeepFirstError(result, block.GetInteger("MatrixIndex", m_MatrixIndex));
   return result;
 }
 

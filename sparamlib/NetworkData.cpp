@@ -5,16 +5,12 @@
 #include <cmath>
 
 #include "core/Assert.h"
+#include "core/Clone.h"
 #include "sparamlib/BlockMatrixIO.h"
 #include "sparamlib/NetworkConversions.h"
 #include "sparamlib/NetworkDataVisitor.h"
 
 namespace {
-
-template <class T>
-std::unique_ptr<T> CloneOf(const std::unique_ptr<T>& p) {
-  return p ? std::make_unique<T>(*p) : nullptr;
-}
 
 // A reference impedance for each of the n ports.
 bool HasReferences(const TNT::CVector* z, int n) { return z != nullptr && z->size() >= n; }
@@ -49,20 +45,7 @@ CNetworkData::CNetworkData(const CNetworkData& other)
       m_Value(other.m_Value) {}
 
 CNetworkData& CNetworkData::operator=(const CNetworkData& other) {
-  if (this == &other) return *this;
-  m_Owner = other.m_Owner;
-  m_SMatrix = CloneOf(other.m_SMatrix);
-  m_YMatrix = CloneOf(other.m_YMatrix);
-  m_ZMatrix = CloneOf(other.m_ZMatrix);
-  m_CompanionMatrix1 = CloneOf(other.m_CompanionMatrix1);
-  m_CompanionMatrix2 = CloneOf(other.m_CompanionMatrix2);
-  m_ScatteredB = CloneOf(other.m_ScatteredB);
-  m_SIsDerived = other.m_SIsDerived;
-  m_YIsDerived = other.m_YIsDerived;
-  m_ZIsDerived = other.m_ZIsDerived;
-  m_Frequency = other.m_Frequency;
-  m_DataType = other.m_DataType;
-  m_Value = other.m_Value;
+  if (this != &other) *this = CNetworkData(other);
   return *this;
 }
 
@@ -280,10 +263,6 @@ int CNetworkData::ReadFromBlock(const io::CBlock& block) {
   // block held one; readers of the stored form depend on that, so it stays.
   m_ZIsDerived = false;
 
-  if (const long index = block.FindItem("Scattered B"); index >= 0) {
-    const io::CBlock* item = block.GetItem(static_cast<size_t>(index)).GetBlock();
-    if (!m_ScatteredB || m_ScatteredB->size() != n) m_ScatteredB = std::make_unique<CVector>(n);
-    if (!item || nd::ReadVector(*item, *m_ScatteredB) != io::kReadOk) m_ScatteredB.reset();
-  }
+  nd::ReadOptionalVector(block, "Scattered B", m_ScatteredB, n);
   return io::kReadOk;
 }

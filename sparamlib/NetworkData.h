@@ -28,6 +28,8 @@ class CNetworkData : public io::CStreamio_block_object {
                         DataPointType type = None);
   CNetworkData(const CNetworkData& other);  // deep copy; same owner
   CNetworkData& operator=(const CNetworkData& other);
+  CNetworkData(CNetworkData&&) noexcept = default;
+  CNetworkData& operator=(CNetworkData&&) noexcept = default;
   ~CNetworkData() override;
   virtual std::unique_ptr<CNetworkData> Clone() const;
 

@@ -2,28 +2,10 @@
 // transform, and conversions referred to the port impedances.
 #include "sparamlib/NetworkModalData.h"
 
+#include "core/Clone.h"
 #include "sparamlib/BlockMatrixIO.h"
 #include "sparamlib/NetworkConversions.h"
 #include "sparamlib/NetworkDataVisitor.h"
-
-namespace {
-
-template <class T>
-std::unique_ptr<T> CloneOf(const std::unique_ptr<T>& p) {
-  return p ? std::make_unique<T>(*p) : nullptr;
-}
-
-// Reads an optional vector item; a vector that cannot be read is dropped.
-void ReadOptionalVector(const io::CBlock& block, const char* key,
-                        std::unique_ptr<TNT::CVector>& vector, int n) {
-  const long index = block.FindItem(key);
-  if (index < 0) return;
-  const io::CBlock* item = block.GetItem(static_cast<size_t>(index)).GetBlock();
-  if (!vector || vector->size() != n) vector = std::make_unique<TNT::CVector>(n);
-  if (!item || nd::ReadVector(*item, *vector) != io::kReadOk) vector.reset();
-}
-
-}  // namespace
 
 void CNetworkDataVisitor::Visit(CNetworkModalData& point) {
   Visit(static_cast<CNetworkData&>(point));
@@ -41,12 +23,7 @@ CNetworkModalData::CNetworkModalData(const CNetworkModalData& other)
       m_TerminalTransform(CloneOf(other.m_TerminalTransform)) {}
 
 CNetworkModalData& CNetworkModalData::operator=(const CNetworkModalData& other) {
-  if (this == &other) return *this;
-  CNetworkData::operator=(other);
-  m_BaseData = other.m_BaseData;
-  m_Gamma = CloneOf(other.m_Gamma);
-  m_PortImpedance = CloneOf(other.m_PortImpedance);
-  m_TerminalTransform = CloneOf(other.m_TerminalTransform);
+  if (this != &other) *this = CNetworkModalData(other);
   return *this;
 }
 
@@ -133,8 +110,8 @@ int CNetworkModalData::ReadFromBlock(const io::CBlock& block) {
   const int result = CNetworkData::ReadFromBlock(block);
   const int n = GetNumPorts();
   if (n < 1) return result;
-  ReadOptionalVector(block, "PortImpedance", m_PortImpedance, n);
-  ReadOptionalVector(block, "Gamma", m_Gamma, n);
+  nd::ReadOptionalVector(block, "PortImpedance", m_PortImpedance, n);
+  nd::ReadOptionalVector(block, "Gamma", m_Gamma, n);
   if (const long index = block.FindItem("TerminalTransform"); index >= 0) {
     const io::CBlock* item = block.GetItem(static_cast<size_t>(index)).GetBlock();
     const int terminals = GetOwner() ? GetOwner()->GetNumTerminals() : n;

@@ -11,6 +11,8 @@ class CNetworkModalData : public CNetworkData {
                              DataPointType type = None);
   CNetworkModalData(const CNetworkModalData& other);  // deep copy
   CNetworkModalData& operator=(const CNetworkModalData& other);
+  CNetworkModalData(CNetworkModalData&&) noexcept = default;
+  CNetworkModalData& operator=(CNetworkModalData&&) noexcept = default;
   ~CNetworkModalData() override;
   std::unique_ptr<CNetworkData> Clone() const override;
 

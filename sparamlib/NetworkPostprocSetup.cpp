@@ -2,6 +2,8 @@
 // stored form.
 #include "sparamlib/NetworkPostprocSetup.h"
 
+#include "core/Clone.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -20,11 +22,6 @@ namespace {
 using Kind = CNetworkPostprocSetup::ImpedanceKind;
 
 constexpr std::array<const char*, 3> kKindNames = {"Zpi", "Zpv", "Zvi"};
-
-template <class T>
-std::unique_ptr<T> CopyOf(const std::unique_ptr<T>& p) {
-  return p ? std::make_unique<T>(*p) : nullptr;
-}
 
 const char* ValueKindText(io::ValueKind k) {
   switch (k) {
@@ -128,11 +125,11 @@ CNetworkPostprocSetup::CNetworkPostprocSetup(const CNetworkPostprocSetup& other)
       m_DoRenorm(other.m_DoRenorm),
       m_DoDeembed(other.m_DoDeembed),
       m_UseZpiOnly(other.m_UseZpiOnly),
-      m_PortImpeds(CopyOf(other.m_PortImpeds)),
-      m_DefaultImpeds(CopyOf(other.m_DefaultImpeds)),
-      m_Impeds(CopyOf(other.m_Impeds)),
-      m_DefaultDists(CopyOf(other.m_DefaultDists)),
-      m_Dists(CopyOf(other.m_Dists)),
+      m_PortImpeds(CloneOf(other.m_PortImpeds)),
+      m_DefaultImpeds(CloneOf(other.m_DefaultImpeds)),
+      m_Impeds(CloneOf(other.m_Impeds)),
+      m_DefaultDists(CloneOf(other.m_DefaultDists)),
+      m_Dists(CloneOf(other.m_Dists)),
       m_LosslessDeembed(other.m_LosslessDeembed),
       m_Modes(other.m_Modes),
       m_DoPortRenorm(other.m_DoPortRenorm),
