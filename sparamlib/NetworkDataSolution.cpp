@@ -5,6 +5,8 @@
 #include <algorithm>
 
 #include "core/Assert.h"
+#include "sparamlib/BRIInterpolateVisitor.h"
+#include "sparamlib/InterpolateBRI.h"
 #include "sparamlib/InterpolateVisitor.h"
 #include "sparamlib/NevilleInterpolateVisitor.h"
 
@@ -51,6 +53,7 @@ CNetworkDataSolution::CNetworkDataSolution(const CNetworkDataSolution& other)
     m_NoiseSolution = std::make_unique<CNoiseDataSolution>(*other.m_NoiseSolution);
   if (other.m_PostprocSetup)
     m_PostprocSetup = std::make_unique<CNetworkPostprocSetup>(*other.m_PostprocSetup);
+  if (other.m_BRIWeights) m_BRIWeights = std::make_unique<::InterpolateBRI>(*other.m_BRIWeights);
 }
 
 CNetworkDataSolution::~CNetworkDataSolution() = default;
@@ -87,6 +90,19 @@ bool CNetworkDataSolution::AddNetworkData(std::unique_ptr<CNetworkData> point) {
   return true;
 }
 
+CNetworkData* CNetworkDataSolution::NearestSolved(double frequency) const {
+  if (m_FrequencyMap.empty()) return nullptr;
+  auto it = m_FrequencyMap.lower_bound(frequency);
+  if (it == m_FrequencyMap.end()) return std::prev(it)->second.get();
+  if (it != m_FrequencyMap.begin() && frequency - std::prev(it)->first < it->first - frequency)
+    --it;
+  return it->second.get();
+}
+
+void CNetworkDataSolution::SetBRIWeights(std::unique_ptr<::InterpolateBRI> weights) {
+  m_BRIWeights = std::move(weights);
+}
+
 void CNetworkDataSolution::ReleaseNetworkData(double frequency) {
   m_InterpolatedMap.erase(frequency);
 }
@@ -105,6 +121,11 @@ CNetworkData* CNetworkDataSolution::Interpolate(CInterpolateVisitor& visitor, do
   target->SetFrequency(frequency);
   target->SetDataType(CNetworkData::Interpolated);
   if (!Accept(visitor, *target)) return nullptr;
+  if (!target->GetSMatrix(false)) {
+    // The visitor left the request to the solved data: the solved point
+    // nearest the frequency answers.
+    return NearestSolved(frequency);
+  }
   CNetworkData* kept = target.get();
   m_InterpolatedMap[frequency] = std::move(target);
   return kept;
@@ -121,9 +142,11 @@ std::unique_ptr<CInterpolateVisitor> CNetworkDataSolution::MakeInterpolateVisito
       return std::make_unique<CNevilleInterpolateVisitor>();
     case InterpolateNeville:
       return std::make_unique<CNevilleInterpolateVisitor>();
+    case InterpolateBRI:
+      return std::make_unique<CBRIInterpolateVisitor>();
     default:
-      // The solver's interpolator, the state-space fit and BRI weights are
-      // not available yet.
+      // The solver's interpolator and the state-space fit are not
+      // available yet.
       return nullptr;
   }
 }
@@ -212,6 +235,8 @@ bool CNetworkDataSolution::Write(io::CBlock& block, bool withInterpolated) const
   }
   if (m_NoiseSolution && !m_NoiseSolution->WriteToBlock(block.AddBlock("NoiseSolution")))
     return false;
+  if (m_BRIWeights && !m_BRIWeights->WriteToBlock(block.AddBlock("BRIInterpolationWeights")))
+    return false;
   return true;
 }
 
@@ -241,6 +266,11 @@ int CNetworkDataSolution::Read(const io::CBlock& block) {
   if (const io::CBlock* noise = block.FindBlock("NoiseSolution")) {
     const int result = GetOrCreateNoiseSolution().ReadFromBlock(*noise);
     if (!io::IsReadOk(result)) return result;
+  }
+  m_BRIWeights.reset();
+  if (const io::CBlock* weights = block.FindBlock("BRIInterpolationWeights")) {
+    auto read = std::make_unique<::InterpolateBRI>();
+    if (read->ReadFromBlock(*weights) == io::kReadOk) m_BRIWeights = std::move(read);
   }
   return io::kReadOk;
 }

@@ -17,6 +17,7 @@
 #include "sparamlib/NoiseDataSolution.h"
 
 class CInterpolateVisitor;
+class InterpolateBRI;
 
 class CNetworkDataSolution : public INetworkDataOwner {
  public:
@@ -108,6 +109,12 @@ class CNetworkDataSolution : public INetworkDataOwner {
   const CNoiseDataSolution* GetNoiseSolution() const { return m_NoiseSolution.get(); }
   CNoiseDataSolution& GetOrCreateNoiseSolution();
 
+  // ---- Barycentric interpolation weights ---------------------------------
+  // Used by solutions of type InterpolateBRI; null when none are kept.
+  // (Inside this class the bare name is the solution type, hence ::.)
+  const ::InterpolateBRI* GetBRIWeights() const { return m_BRIWeights.get(); }
+  void SetBRIWeights(std::unique_ptr<::InterpolateBRI> weights);
+
   // ---- Post-processing ---------------------------------------------------
   // The setup applied to this solution's data (a copy of its variation's);
   // null when none is.
@@ -135,6 +142,8 @@ class CNetworkDataSolution : public INetworkDataOwner {
   virtual std::unique_ptr<CInterpolateVisitor> MakeInterpolateVisitor() const;
 
  private:
+  // The solved point nearest to `frequency`; null when none is solved.
+  CNetworkData* NearestSolved(double frequency) const;
   int ReadPoints(const io::CBlock& block, bool interpolated);
   int ReadEntries(const io::CBlock& ports);
 
@@ -147,6 +156,7 @@ class CNetworkDataSolution : public INetworkDataOwner {
   double m_EnergyError = 0.0;
   std::unique_ptr<CNoiseDataSolution> m_NoiseSolution;
   std::unique_ptr<CNetworkPostprocSetup> m_PostprocSetup;
+  std::unique_ptr<::InterpolateBRI> m_BRIWeights;
   std::map<int, int> m_MatrixIndexMap;
   int m_EntryCount = 0;
 };

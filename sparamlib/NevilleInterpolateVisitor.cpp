@@ -163,6 +163,17 @@ bool InterpolatePortVector(CNetworkModalSolution& solution, double f, int kind,
 
 }  // namespace
 
+namespace nd {
+
+bool InterpolatePortVectors(CNetworkModalSolution& solution, CNetworkModalData& target) {
+  const double f = target.GetFrequency();
+  if (!InterpolatePortVector(solution, f, nd::kPortImpedances, target)) return false;
+  InterpolatePortVector(solution, f, nd::kPropagationConstants, target);
+  return true;
+}
+
+}  // namespace nd
+
 bool CNevilleInterpolateVisitor::Visit(CNetworkDataSolution& solution, CNetworkData& target) {
   std::vector<double> x;
   std::vector<const TNT::CMatrix*> values;
@@ -188,9 +199,7 @@ bool CNevilleInterpolateVisitor::Visit(CNetworkModalSolution& solution, CNetwork
   // A modal point needs its port impedances to mean anything: both vectors
   // first (which leave the target alone on failure), then S.
   CNetworkModalData candidate(target);
-  const double f = target.GetFrequency();
-  if (!InterpolatePortVector(solution, f, nd::kPortImpedances, candidate)) return false;
-  InterpolatePortVector(solution, f, nd::kPropagationConstants, candidate);
+  if (!nd::InterpolatePortVectors(solution, candidate)) return false;
   if (!Visit(static_cast<CNetworkDataSolution&>(solution), static_cast<CNetworkData&>(candidate)))
     return false;
   target = candidate;

@@ -26,6 +26,13 @@ void NevilleInterpolate(double target, const std::vector<double>& x,
 // against an all-zero Y (the result is then not a finite number).
 double InterpolationError(const TNT::CMatrix& Y, const TNT::CMatrix& E);
 
+// Port impedances (required) and propagation constants (when the solved
+// points have them) of `target` by the three-point Lagrange rule around the
+// solved frequency nearest to the target's. False, with the target's vectors
+// untouched, when fewer than 3 points are solved or the first lacks the
+// impedances.
+bool InterpolatePortVectors(CNetworkModalSolution& solution, CNetworkModalData& target);
+
 }  // namespace nd
 
 class CNevilleInterpolateVisitor : public CInterpolateVisitor {

@@ -47,6 +47,11 @@ Complex ComplexSqrt(const Complex& z);
 // convergence), leaving the outputs unchanged.
 int ComputeEigenVectorsAndValues(const CMatrix& mat, CVector& values, CMatrix& vectors);
 
+// The unit right singular vector v of A (rows x cols) that belongs to its
+// smallest singular value sigma: the v minimising |A v|. Returns 0, 1 for
+// non-finite input, or LAPACK's error code; v is untouched on failure.
+int SmallestRightSingularVector(const CMatrix& A, CVector& v, double* sigma = nullptr);
+
 // Bytes held by the elements: rows * cols * 16 for a complex matrix.
 inline std::size_t GetMemorySize(const CMatrix& A) {
   return static_cast<std::size_t>(A.num_rows()) * static_cast<std::size_t>(A.num_cols()) *

@@ -1,0 +1,112 @@
+// Barycentric evaluation of S from stored weights.
+#include "sparamlib/BRIInterpolateVisitor.h"
+
+#include <cfloat>
+#include <iterator>
+#include <vector>
+
+#include "sparamlib/FxemModalData.h"
+#include "sparamlib/FxemModalSolution.h"
+#include "sparamlib/InterpolateBRI.h"
+#include "sparamlib/NevilleInterpolateVisitor.h"
+
+namespace {
+
+using Complex = AComplex<double>;
+
+// Solved frequencies this close to the request (in the unit of the keys) are
+// served by the solved data itself.
+constexpr double kExactBand = 1.0;
+// Reference impedance of the interpolated S.
+constexpr double kReferenceOhms = 50.0;
+
+// Slope between the solved points around f, of the matrix entry (i, j);
+// the largest finite double for two points at one frequency.
+Complex Slope(CNetworkData& lower, CNetworkData& upper, int i, int j) {
+  const double df = upper.GetFrequency() - lower.GetFrequency();
+  if (df == 0.0) return Complex(DBL_MAX, DBL_MAX);
+  const Complex d = upper.GetValue(nd::kSMatrix, i, j) - lower.GetValue(nd::kSMatrix, i, j);
+  return Complex(d.re / df, d.im / df);
+}
+
+}  // namespace
+
+bool CBRIInterpolateVisitor::Visit(CNetworkDataSolution& solution, CNetworkData& target) {
+  const InterpolateBRI* weights = solution.GetBRIWeights();
+  const auto& map = solution.GetFrequencyMap();
+  const int N = static_cast<int>(map.size());
+  const int n = target.GetNumPorts();
+  if (!weights || map.empty()) return false;
+  const TNT::CVector* first = weights->GetWeights(0, 0);
+  if (!first || first->size() != N || !map.begin()->second->GetSMatrix(true)) return false;
+  // Every entry needs its weights at the same length, for this port count.
+  const TNT::CMatrix* W = weights->GetWeightsByFrequency();
+  if (!W || weights->GetNumPorts() != n) return false;
+
+  if (N == 1) {
+    target.SetSMatrix(std::make_unique<TNT::CMatrix>(*map.begin()->second->GetSMatrix(true)));
+    target.SetValue(1.0);
+    return true;
+  }
+  const double f = target.GetFrequency();
+  const auto near = map.lower_bound(f - kExactBand);
+  if (near != map.end() && near->first <= f + kExactBand) return true;
+  // Below the solved band there is no lower neighbour to estimate the error
+  // from; such requests are not interpolated.
+  if (map.begin()->first >= f) return false;
+
+  const size_t entries = static_cast<size_t>(n) * static_cast<size_t>(n);
+  std::vector<Complex> num(entries), den(entries);
+  auto lower = map.begin();
+  int k = 0;
+  for (auto it = map.begin(); it != map.end(); ++it, ++k) {
+    const TNT::CMatrix* s = it->second->GetSMatrix(true);
+    if (!s || s->num_rows() != n || s->num_cols() != n) return false;
+    if (it->first < f) lower = it;
+    const double r = 1.0 / (f - it->first);
+    const Complex* w = (*W)[k];
+    const Complex* sk = s->data();
+    for (size_t e = 0; e < entries; ++e) {
+      const Complex u(w[e].re * r, w[e].im * r);
+      den[e] += u;
+      num[e] += u * sk[e];
+    }
+  }
+  auto result = std::make_unique<TNT::CMatrix>(n, n);
+  for (size_t e = 0; e < entries; ++e) result->data()[e] = num[e] / den[e];
+
+  // The error value is the slope, between the solved points around f, of
+  // the last entry (every entry's slope overwrites the one before), so only
+  // that entry is evaluated. Above the solved band it stays 0.
+  Complex slope;
+  const auto upper = std::next(lower);
+  if (upper != map.end()) slope = Slope(*lower->second, *upper->second, n - 1, n - 1);
+
+  if (auto* modal = dynamic_cast<CNetworkModalData*>(&target)) {
+    auto z = std::make_unique<TNT::CVector>(n);
+    for (int p = 0; p < n; ++p) (*z)[p] = Complex(kReferenceOhms);
+    modal->SetPortImpedance(std::move(z));
+  }
+  target.SetSMatrix(std::move(result));
+  target.SetYMatrix(nullptr);
+  target.SetZMatrix(nullptr);
+  target.SetValue(abs(slope));
+  return true;
+}
+
+bool CBRIInterpolateVisitor::Visit(CFxemModalSolution& solution, CFxemModalData& target) {
+  return Visit(static_cast<CNetworkDataSolution&>(solution), static_cast<CNetworkData&>(target));
+}
+
+bool CBRIInterpolateVisitor::Visit(CNetworkModalSolution& solution, CNetworkModalData& target) {
+  // S from the weights, then the port vectors of the solved points replace
+  // the generic reference impedances: S was solved in those.
+  CNetworkModalData candidate(target);
+  const TNT::CMatrix* before = candidate.GetSMatrix(false);
+  if (!Visit(static_cast<CNetworkDataSolution&>(solution), static_cast<CNetworkData&>(candidate)))
+    return false;
+  if (candidate.GetSMatrix(false) == before) return true;  // served by the solved data
+  if (!nd::InterpolatePortVectors(solution, candidate)) return false;
+  target = candidate;
+  return true;
+}

@@ -1,0 +1,232 @@
+// AAA fit of a shared denominator and Floater-Hormann blending over every
+// solved frequency.
+#include "sparamlib/BRIWeights.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "sparamlib/InterpolateBRI.h"
+#include "sparamlib/NetworkDataSolution.h"
+
+namespace nd {
+namespace {
+
+using Complex = AComplex<double>;
+
+// Relative difference below which S_ji counts as a copy of S_ij.
+constexpr double kMirrorTolerance = 1e-12;
+// Support points beyond this make the blending degree cap meaningless.
+constexpr int kSupportCap = 60;
+
+// The entries (flat row-major indices) that carry information: every entry,
+// or only i <= j when the matrices are symmetric at every point.
+std::vector<int> DistinctEntries(const std::vector<const TNT::CMatrix*>& values, int n,
+                                 double scale) {
+  bool symmetric = true;
+  for (const TNT::CMatrix* m : values)
+    for (int i = 0; i < n && symmetric; ++i)
+      for (int j = i + 1; j < n && symmetric; ++j)
+        symmetric = abs((*m)[i][j] - (*m)[j][i]) <= kMirrorTolerance * scale;
+  std::vector<int> entries;
+  for (int i = 0; i < n; ++i)
+    for (int j = symmetric ? i : 0; j < n; ++j) entries.push_back(i * n + j);
+  return entries;
+}
+
+// Floater-Hormann weights of blending degree d at the nodes t (ascending):
+// they reproduce polynomials up to degree d and give an interpolant without
+// real poles.
+std::vector<double> BlendingWeights(const std::vector<double>& t, int d) {
+  const int N = static_cast<int>(t.size());
+  std::vector<double> beta(t.size());
+  for (int k = 0; k < N; ++k) {
+    double sum = 0.0;
+    for (int i = std::max(0, k - d); i <= std::min(k, N - 1 - d); ++i) {
+      double product = 1.0;
+      for (int j = i; j <= i + d; ++j)
+        if (j != k) product /= t[static_cast<size_t>(k)] - t[static_cast<size_t>(j)];
+      sum += (i % 2 == 0) ? product : -product;
+    }
+    beta[static_cast<size_t>(k)] = sum;
+  }
+  return beta;
+}
+
+// The greedy rational fit (AAA) of all entries with one denominator
+// D(t) = sum_s a_s / (t - t_s) over the chosen support points.
+struct Denominator {
+  std::vector<int> support;
+  std::vector<Complex> a;
+  std::vector<double> errors;
+};
+
+Denominator FitDenominator(const std::vector<double>& t, const std::vector<Complex>& F,
+                           size_t E, double scale, const BRIFitOptions& options) {
+  const size_t N = t.size();
+  int limit = options.maxSupport > 0 ? options.maxSupport : static_cast<int>((N + 1) / 2);
+  limit = std::min({limit, static_cast<int>(N) - 1, kSupportCap});
+  auto f = [&](size_t e, size_t k) { return F[e * N + k]; };
+
+  Denominator fit;
+  std::vector<bool> chosen(N, false);
+  // The current approximation R at every node, first the mean per entry.
+  std::vector<Complex> R(E * N);
+  for (size_t e = 0; e < E; ++e) {
+    Complex mean;
+    for (size_t k = 0; k < N; ++k) mean += f(e, k);
+    mean = mean * (1.0 / static_cast<double>(N));
+    for (size_t k = 0; k < N; ++k) R[e * N + k] = mean;
+  }
+  for (int m = 1; m <= limit; ++m) {
+    // Next support point: where the worst entry is furthest off.
+    size_t next = 0;
+    double worst = -1.0;
+    for (size_t k = 0; k < N; ++k) {
+      if (chosen[k]) continue;
+      double r = 0.0;
+      for (size_t e = 0; e < E; ++e) r = std::max(r, abs(f(e, k) - R[e * N + k]));
+      if (r > worst) worst = r, next = k;
+    }
+    chosen[next] = true;
+    fit.support.push_back(static_cast<int>(next));
+
+    // Loewner matrix: rows (entry, free node), columns support points.
+    std::vector<size_t> rest;
+    for (size_t k = 0; k < N; ++k)
+      if (!chosen[k]) rest.push_back(k);
+    TNT::CMatrix L(static_cast<int>(E * rest.size()), m);
+    for (size_t e = 0; e < E; ++e)
+      for (size_t r = 0; r < rest.size(); ++r)
+        for (int s = 0; s < m; ++s) {
+          const size_t j = static_cast<size_t>(fit.support[static_cast<size_t>(s)]);
+          L[static_cast<int>(e * rest.size() + r)][s] =
+              (f(e, rest[r]) - f(e, j)) * (1.0 / (t[rest[r]] - t[j]));
+        }
+    TNT::CVector a;
+    if (TNT::SmallestRightSingularVector(L, a) != 0) break;
+    fit.a.assign(a.data(), a.data() + a.size());
+
+    // New approximation at the free nodes and its largest residual.
+    double residual = 0.0;
+    for (size_t k : rest) {
+      Complex den;
+      std::vector<Complex> c(static_cast<size_t>(m));
+      for (int s = 0; s < m; ++s) {
+        c[static_cast<size_t>(s)] =
+            fit.a[static_cast<size_t>(s)] *
+            (1.0 / (t[k] - t[static_cast<size_t>(fit.support[static_cast<size_t>(s)])]));
+        den += c[static_cast<size_t>(s)];
+      }
+      for (size_t e = 0; e < E; ++e) {
+        Complex num;
+        for (int s = 0; s < m; ++s)
+          num += c[static_cast<size_t>(s)] * f(e, static_cast<size_t>(fit.support[static_cast<size_t>(s)]));
+        R[e * N + k] = num / den;
+        residual = std::max(residual, abs(f(e, k) - R[e * N + k]));
+      }
+    }
+    fit.errors.push_back(residual / scale);
+    if (residual <= options.tolerance * scale) break;
+  }
+  return fit;
+}
+
+}  // namespace
+
+BarycentricFit FitBarycentricWeights(const std::vector<double>& x,
+                                     const std::vector<const TNT::CMatrix*>& values,
+                                     const BRIFitOptions& options) {
+  BarycentricFit result;
+  const size_t N = x.size();
+  if (N == 0) return result;
+  if (N == 1) {
+    result.weights = {Complex(1.0)};
+    result.support = {0};
+    return result;
+  }
+  // Normalised frequencies in [-1, 1]: the weights are invariant to the
+  // scale, the arithmetic is not.
+  const double centre = 0.5 * (x.front() + x.back()), half = 0.5 * (x.back() - x.front());
+  std::vector<double> t(N);
+  for (size_t k = 0; k < N; ++k) t[k] = (x[k] - centre) / half;
+
+  const int n = values.front()->num_rows();
+  double scale = 0.0;
+  for (const TNT::CMatrix* m : values)
+    for (int e = 0; e < m->size(); ++e) scale = std::max(scale, abs(m->data()[e]));
+  if (scale == 0.0) scale = 1.0;
+  const std::vector<int> entries = DistinctEntries(values, n, scale);
+  std::vector<Complex> F(entries.size() * N);
+  for (size_t e = 0; e < entries.size(); ++e)
+    for (size_t k = 0; k < N; ++k) F[e * N + k] = values[k]->data()[entries[e]];
+
+  const Denominator fit = FitDenominator(t, F, entries.size(), scale, options);
+  result.support = fit.support;
+  result.errors = fit.errors;
+
+  // The denominator polynomial q(t) = D(t) * prod_s (t - t_s) at every node.
+  std::vector<Complex> q(N);
+  for (size_t k = 0; k < N; ++k) {
+    Complex sum;
+    double product = 1.0;
+    int self = -1;
+    for (size_t s = 0; s < fit.support.size(); ++s) {
+      const size_t j = static_cast<size_t>(fit.support[s]);
+      if (j == k) {
+        self = static_cast<int>(s);
+        continue;
+      }
+      product *= t[k] - t[j];
+      sum += fit.a[s] * (1.0 / (t[k] - t[j]));
+    }
+    q[k] = self >= 0 ? fit.a[static_cast<size_t>(self)] * product : sum * product;
+  }
+  // Blending degree: enough to reproduce the fitted numerator and
+  // denominator (degree support - 1) exactly.
+  const int degree = std::clamp(static_cast<int>(fit.support.size()) - 1, 0,
+                                std::min(options.maxDegree, static_cast<int>(N) - 1));
+  const std::vector<double> beta = BlendingWeights(t, degree);
+  double largest = 0.0;
+  result.weights.resize(N);
+  for (size_t k = 0; k < N; ++k) {
+    result.weights[k] = q[k] * beta[k];
+    largest = std::max(largest, abs(result.weights[k]));
+  }
+  if (largest > 0.0)
+    for (auto& w : result.weights) w = w * (1.0 / largest);
+  return result;
+}
+
+std::unique_ptr<InterpolateBRI> ComputeBRIWeights(CNetworkDataSolution& solution,
+                                                  const BRIFitOptions& options, AString* why) {
+  const int n = solution.GetNumPorts();
+  std::vector<double> x;
+  std::vector<const TNT::CMatrix*> values;
+  for (const auto& [f, point] : solution.GetFrequencyMap()) {
+    const TNT::CMatrix* s = point->GetSMatrix(true);
+    if (!s || s->num_rows() != n || s->num_cols() != n || n < 1) {
+      if (why) *why = AString::Format("the point at %.17g Hz has no %d x %d S matrix", f, n, n);
+      return nullptr;
+    }
+    x.push_back(f);
+    values.push_back(s);
+  }
+  if (x.empty()) {
+    if (why) *why = "the solution has no solved points";
+    return nullptr;
+  }
+  const BarycentricFit fit = FitBarycentricWeights(x, values, options);
+  auto set = std::make_unique<InterpolateBRI>(n, static_cast<int>(x.size()));
+  for (int i = 0; i < n; ++i)
+    for (int j = 0; j < n; ++j) {
+      TNT::CVector* w = set->GetWeights(i, j);
+      for (int k = 0; k < w->size(); ++k) (*w)[k] = fit.weights[static_cast<size_t>(k)];
+    }
+  set->GetFrequencies() = x;
+  for (int k : fit.support) set->GetSupportFrequencies().push_back(x[static_cast<size_t>(k)]);
+  std::sort(set->GetSupportFrequencies().begin(), set->GetSupportFrequencies().end());
+  set->GetFitErrors() = fit.errors;
+  return set;
+}
+
+}  // namespace nd

@@ -1,0 +1,51 @@
+// Barycentric weights for a solved set, so that any solution can be
+// interpolated by CBRIInterpolateVisitor. The denominator comes from a
+// rational fit of all matrix entries at once (AAA: greedy support points,
+// a least-squares Loewner step per point); the weights then spread it over
+// every solved frequency with Floater-Hormann blending, so the interpolant
+// passes through every solved point and reproduces rational data of the
+// fitted degree. docs/interpolation.md explains the choice.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "core/AString.h"
+#include "math/matrix/MatrixOps.h"
+
+class CNetworkDataSolution;
+class InterpolateBRI;
+
+namespace nd {
+
+struct BRIFitOptions {
+  // Largest relative residual (to the largest |S_ij|) at which the fit stops
+  // adding support points.
+  double tolerance = 1e-13;
+  // Upper bound on support points; 0 chooses half the solved points.
+  int maxSupport = 0;
+  // Upper bound on the blending degree: higher degrees reproduce rational
+  // data of higher degree, but amplify the fit's residual by about 2^degree.
+  int maxDegree = 15;
+};
+
+struct BarycentricFit {
+  std::vector<AComplex<double>> weights;  // one per solved frequency, largest |w| = 1
+  std::vector<int> support;               // indices of the support points, in order of choice
+  std::vector<double> errors;             // relative residual after each support point
+};
+
+// Weights for the matrices `values` (all n x n) at the ascending
+// frequencies `x`. Entries that mirror others at every point (reciprocal
+// networks) are fitted once.
+BarycentricFit FitBarycentricWeights(const std::vector<double>& x,
+                                     const std::vector<const TNT::CMatrix*>& values,
+                                     const BRIFitOptions& options = {});
+
+// The weight set of a solution's solved points; null (with the reason in
+// `why`) when the solution has no points or a point has no n x n S.
+std::unique_ptr<InterpolateBRI> ComputeBRIWeights(CNetworkDataSolution& solution,
+                                                  const BRIFitOptions& options = {},
+                                                  AString* why = nullptr);
+
+}  // namespace nd
