@@ -20,6 +20,8 @@ class FxSolution {
       CNetworkDataSolution::ObjectType type);
 
   const CNetworkDataSolution* GetNetworkDataSolution() const { return m_Solution.get(); }
+  // Replaces the solution (the previous one is dropped).
+  void SetSolution(std::unique_ptr<CNetworkDataSolution> solution) { m_Solution = std::move(solution); }
   // For the producers of data (solvers, importers) only.
   CNetworkDataSolution* GetWritableSolution() { return m_Solution.get(); }
 

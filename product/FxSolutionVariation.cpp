@@ -19,12 +19,17 @@ FxSolution& FxSolutionVariation::AddSolution(std::unique_ptr<CNetworkDataSolutio
   return added;
 }
 
-CNetworkDataSolution* FxSolutionVariation::GetWritableSolution(const AString& name) {
+FxSolution* FxSolutionVariation::FindSolution(const AString& name) {
   for (auto& s : m_Solutions) {
-    CNetworkDataSolution* solution = s->GetWritableSolution();
-    if (solution && (name.empty() || solution->GetName() == name)) return solution;
+    const CNetworkDataSolution* solution = s->GetNetworkDataSolution();
+    if (solution && (name.empty() || solution->GetName() == name)) return s.get();
   }
   return nullptr;
+}
+
+CNetworkDataSolution* FxSolutionVariation::GetWritableSolution(const AString& name) {
+  FxSolution* s = FindSolution(name);
+  return s ? s->GetWritableSolution() : nullptr;
 }
 
 const CNetworkDataSolution* FxSolutionVariation::GetNetworkDataSolution(const AString& name) const {

@@ -31,6 +31,8 @@ class FxSolutionVariation : public IDesignVariation {
   // The solution of that name (the first one for an empty name); null when absent.
   const CNetworkDataSolution* GetNetworkDataSolution(const AString& name = AString()) const;
   CNetworkDataSolution* GetWritableSolution(const AString& name = AString());
+  // The handle of that solution (the first for an empty name); null when absent.
+  FxSolution* FindSolution(const AString& name = AString());
 
   const CNetworkPostprocSetup* GetPostprocSetup() const { return m_PostprocSetup.get(); }
   void SetPostprocSetup(std::unique_ptr<CNetworkPostprocSetup> setup);

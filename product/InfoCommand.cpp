@@ -6,6 +6,7 @@
 #include <ostream>
 
 #include "product/Project.h"
+#include "sparamlib/InterpolateBRI.h"
 
 namespace sparam {
 namespace {
@@ -31,6 +32,19 @@ ordered_json SolutionSummary(const CNetworkDataSolution& s) {
     j["min_frequency_hz"] = s.GetFrequencyMap().begin()->first;
     j["max_frequency_hz"] = s.GetFrequencyMap().rbegin()->first;
   }
+  // Points that were interpolated carry the interpolation's error estimate
+  // (not a number when the estimate was undefined).
+  ordered_json errors = ordered_json::array();
+  for (const auto* map : {&s.GetFrequencyMap(), &s.GetInterpolatedMap()})
+    for (const auto& [f, point] : *map)
+      if (point->GetDataType() == CNetworkData::Interpolated)
+        errors.push_back({{"frequency_hz", f}, {"error", point->GetValue()}});
+  if (!errors.empty()) j["interpolation_errors"] = errors;
+  if (const InterpolateBRI* w = s.GetBRIWeights()) {
+    j["bri_weights"] = {{"frequencies", w->GetFrequencies().size()},
+                        {"support_points", w->GetSupportFrequencies().size()},
+                        {"fit_residual", w->GetFitErrors().empty() ? 0.0 : w->GetFitErrors().back()}};
+  }
   return j;
 }
 
@@ -55,6 +69,26 @@ ordered_json ProjectSummary(const CProject& project, const std::string& path) {
   }
   j["variations"] = variations;
   return j;
+}
+
+void PrintInterpolation(const ordered_json& s, std::ostream& out) {
+  if (s.contains("interpolation_errors")) {
+    const auto& errors = s["interpolation_errors"];
+    double worst = 0.0, at = 0.0;
+    for (const auto& e : errors) {
+      // NaN and infinity are written as null by the JSON library.
+      const double v = e["error"].is_null() ? NAN : e["error"].get<double>();
+      if (!(v <= worst)) worst = v, at = e["frequency_hz"].get<double>();
+    }
+    out << "    " << errors.size() << " interpolated points, largest error estimate "
+        << AString::Format("%.3g", worst) << " at " << FormatFrequency(at) << "\n";
+  }
+  if (s.contains("bri_weights")) {
+    const auto& w = s["bri_weights"];
+    out << "    barycentric weights for " << w["frequencies"].get<size_t>() << " frequencies, "
+        << w["support_points"].get<size_t>() << " support points, fit residual "
+        << AString::Format("%.2g", w["fit_residual"].get<double>()) << "\n";
+  }
 }
 
 void PrintText(const ordered_json& j, std::ostream& out) {
@@ -92,6 +126,7 @@ void PrintText(const ordered_json& j, std::ostream& out) {
             << FormatFrequency(s["max_frequency_hz"].get<double>());
       }
       out << "\n";
+      PrintInterpolation(s, out);
     }
   }
 }

@@ -8,6 +8,7 @@
 #include "product/ExportNetworkDataCmd.h"
 #include "product/FrequencyList.h"
 #include "product/InfoCommand.h"
+#include "product/InterpCommand.h"
 
 namespace {
 
@@ -115,6 +116,26 @@ int main(int argc, char** argv) {
                             "frequencies: START:STOP:COUNT (e.g. 1GHz:5GHz:401) or a comma list; "
                             "default: the solved ones");
   exportCommand->callback([&] { status = RunExport(ex); });
+
+  sparam::InterpOptions interp;
+  CLI::App* interpCommand = app.add_subcommand(
+      "interp",
+      "Interpolate a solution: with --freq, write it read at those frequencies (a project, or "
+      "Touchstone/MATLAB/Supercompact by OUTPUT's extension) with an error estimate per "
+      "interpolated point; without, write the project with the solution switched to the method "
+      "(bri stores its weights)");
+  interpCommand->add_option("PROJECT", interp.project, "project file (.ndp)")->required();
+  interpCommand->add_option("-o,--output", interp.output, "file to write")->required();
+  interpCommand->add_option("--method", interp.method,
+                            "neville: rational tableau through every solved point; bri: "
+                            "barycentric weights fitted once, fast to evaluate")
+      ->default_val("bri")->check(CLI::IsMember({"neville", "bri"}));
+  interpCommand->add_option("--freq", interp.freq,
+                            "frequencies: START:STOP:COUNT (e.g. 1GHz:5GHz:2001) or a comma list");
+  interpCommand->add_option("--variation", interp.variation, "variation number, from 1")
+      ->default_val(1)->check(CLI::PositiveNumber);
+  interpCommand->add_option("--solution", interp.solution, "solution name (default: the first)");
+  interpCommand->callback([&] { status = sparam::RunInterp(interp, std::cout, std::cerr); });
 
   CLI11_PARSE(app, argc, argv);
   return status;

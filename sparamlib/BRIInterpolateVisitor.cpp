@@ -29,6 +29,50 @@ Complex Slope(CNetworkData& lower, CNetworkData& upper, int i, int j) {
   return Complex(d.re / df, d.im / df);
 }
 
+// Num_ij / Den_ij with Num_ij = sum_k u_ijk S_k(i, j), Den_ij = sum_k u_ijk,
+// u_ijk = w_ijk / (f - f_k). Points whose weights are all zero add nothing
+// and are skipped; when every entry has the same weights, Den is one
+// number and Num a sum of scaled matrices.
+std::unique_ptr<TNT::CMatrix> Evaluate(const CNetworkDataSolution::PointMap& map,
+                                       const InterpolateBRI::Layout& layout, double f, int n) {
+  const size_t entries = static_cast<size_t>(n) * static_cast<size_t>(n);
+  auto result = std::make_unique<TNT::CMatrix>(n, n);
+  Complex* num = result->data();
+  if (layout.shared) {
+    // One denominator: S = sum_k (u_k / Den) S_k.
+    std::vector<const Complex*> x;
+    std::vector<Complex> a;
+    Complex den;
+    int k = 0;
+    for (auto it = map.begin(); it != map.end(); ++it, ++k) {
+      if (!layout.active[static_cast<size_t>(k)]) continue;
+      const Complex w = layout.byFrequency[k][0];
+      const double r = 1.0 / (f - it->first);
+      a.emplace_back(w.re * r, w.im * r);
+      den += a.back();
+      x.push_back(it->second->GetSMatrix(true)->data());
+    }
+    for (Complex& c : a) c = c / den;
+    TNT::LinearCombination(num, x.data(), a.data(), a.size(), entries);
+    return result;
+  }
+  std::vector<Complex> den(entries);
+  int k = 0;
+  for (auto it = map.begin(); it != map.end(); ++it, ++k) {
+    if (!layout.active[static_cast<size_t>(k)]) continue;
+    const double r = 1.0 / (f - it->first);
+    const Complex* w = layout.byFrequency[k];
+    const Complex* sk = it->second->GetSMatrix(true)->data();
+    for (size_t e = 0; e < entries; ++e) {
+      const Complex u(w[e].re * r, w[e].im * r);
+      den[e] += u;
+      num[e] += u * sk[e];
+    }
+  }
+  for (size_t e = 0; e < entries; ++e) num[e] = num[e] / den[e];
+  return result;
+}
+
 }  // namespace
 
 bool CBRIInterpolateVisitor::Visit(CNetworkDataSolution& solution, CNetworkData& target) {
@@ -40,8 +84,8 @@ bool CBRIInterpolateVisitor::Visit(CNetworkDataSolution& solution, CNetworkData&
   const TNT::CVector* first = weights->GetWeights(0, 0);
   if (!first || first->size() != N || !map.begin()->second->GetSMatrix(true)) return false;
   // Every entry needs its weights at the same length, for this port count.
-  const TNT::CMatrix* W = weights->GetWeightsByFrequency();
-  if (!W || weights->GetNumPorts() != n) return false;
+  const InterpolateBRI::Layout* layout = weights->GetLayout();
+  if (!layout || weights->GetNumPorts() != n) return false;
 
   if (N == 1) {
     target.SetSMatrix(std::make_unique<TNT::CMatrix>(*map.begin()->second->GetSMatrix(true)));
@@ -55,25 +99,13 @@ bool CBRIInterpolateVisitor::Visit(CNetworkDataSolution& solution, CNetworkData&
   // from; such requests are not interpolated.
   if (map.begin()->first >= f) return false;
 
-  const size_t entries = static_cast<size_t>(n) * static_cast<size_t>(n);
-  std::vector<Complex> num(entries), den(entries);
   auto lower = map.begin();
-  int k = 0;
-  for (auto it = map.begin(); it != map.end(); ++it, ++k) {
+  for (auto it = map.begin(); it != map.end(); ++it) {
     const TNT::CMatrix* s = it->second->GetSMatrix(true);
     if (!s || s->num_rows() != n || s->num_cols() != n) return false;
     if (it->first < f) lower = it;
-    const double r = 1.0 / (f - it->first);
-    const Complex* w = (*W)[k];
-    const Complex* sk = s->data();
-    for (size_t e = 0; e < entries; ++e) {
-      const Complex u(w[e].re * r, w[e].im * r);
-      den[e] += u;
-      num[e] += u * sk[e];
-    }
   }
-  auto result = std::make_unique<TNT::CMatrix>(n, n);
-  for (size_t e = 0; e < entries; ++e) result->data()[e] = num[e] / den[e];
+  std::unique_ptr<TNT::CMatrix> result = Evaluate(map, *layout, f, n);
 
   // The error value is the slope, between the solved points around f, of
   // the last entry (every entry's slope overwrites the one before), so only
@@ -107,6 +139,6 @@ bool CBRIInterpolateVisitor::Visit(CNetworkModalSolution& solution, CNetworkModa
     return false;
   if (candidate.GetSMatrix(false) == before) return true;  // served by the solved data
   if (!nd::InterpolatePortVectors(solution, candidate)) return false;
-  target = candidate;
+  target = std::move(candidate);
   return true;
 }

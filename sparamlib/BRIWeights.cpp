@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <random>
 
 #include "sparamlib/InterpolateBRI.h"
 #include "sparamlib/NetworkDataSolution.h"
@@ -31,6 +32,25 @@ std::vector<int> DistinctEntries(const std::vector<const TNT::CMatrix*>& values,
   for (int i = 0; i < n; ++i)
     for (int j = symmetric ? i : 0; j < n; ++j) entries.push_back(i * n + j);
   return entries;
+}
+
+// Number of random combinations of entries the least-squares step fits.
+constexpr size_t kProbes = 8;
+
+// Data of the probes, probe by probe: the entries themselves when there are
+// few, else kProbes combinations with fixed pseudo-random coefficients (the
+// same weights on every run).
+std::vector<Complex> Probes(const std::vector<Complex>& F, size_t E, size_t N) {
+  if (E <= kProbes) return F;
+  std::mt19937_64 rng(0x5eed);
+  auto uniform = [&] { return static_cast<double>(rng() >> 11) * 0x1p-53 * 2.0 - 1.0; };
+  std::vector<Complex> G(kProbes * N);
+  for (size_t c = 0; c < kProbes; ++c)
+    for (size_t e = 0; e < E; ++e) {
+      const Complex weight(uniform(), uniform());
+      for (size_t k = 0; k < N; ++k) G[c * N + k] += weight * F[e * N + k];
+    }
+  return G;
 }
 
 // Floater-Hormann weights of blending degree d at the nodes t (ascending):
@@ -66,6 +86,13 @@ Denominator FitDenominator(const std::vector<double>& t, const std::vector<Compl
   int limit = options.maxSupport > 0 ? options.maxSupport : static_cast<int>((N + 1) / 2);
   limit = std::min({limit, static_cast<int>(N) - 1, kSupportCap});
   auto f = [&](size_t e, size_t k) { return F[e * N + k]; };
+  // The least-squares step sees fixed random combinations of the entries
+  // (probes): they share the entries' poles, so the denominator is the
+  // same, and the step costs the same for 2 ports as for 100. Choosing the
+  // support points and judging the fit still look at every entry.
+  const std::vector<Complex> G = Probes(F, E, N);
+  const size_t P = G.size() / N;
+  auto g = [&](size_t c, size_t k) { return G[c * N + k]; };
 
   Denominator fit;
   std::vector<bool> chosen(N, false);
@@ -90,17 +117,17 @@ Denominator FitDenominator(const std::vector<double>& t, const std::vector<Compl
     chosen[next] = true;
     fit.support.push_back(static_cast<int>(next));
 
-    // Loewner matrix: rows (entry, free node), columns support points.
+    // Loewner matrix: rows (probe, free node), columns support points.
     std::vector<size_t> rest;
     for (size_t k = 0; k < N; ++k)
       if (!chosen[k]) rest.push_back(k);
-    TNT::CMatrix L(static_cast<int>(E * rest.size()), m);
-    for (size_t e = 0; e < E; ++e)
+    TNT::CMatrix L(static_cast<int>(P * rest.size()), m);
+    for (size_t c = 0; c < P; ++c)
       for (size_t r = 0; r < rest.size(); ++r)
         for (int s = 0; s < m; ++s) {
           const size_t j = static_cast<size_t>(fit.support[static_cast<size_t>(s)]);
-          L[static_cast<int>(e * rest.size() + r)][s] =
-              (f(e, rest[r]) - f(e, j)) * (1.0 / (t[rest[r]] - t[j]));
+          L[static_cast<int>(c * rest.size() + r)][s] =
+              (g(c, rest[r]) - g(c, j)) * (1.0 / (t[rest[r]] - t[j]));
         }
     TNT::CVector a;
     if (TNT::SmallestRightSingularVector(L, a) != 0) break;
@@ -129,6 +156,36 @@ Denominator FitDenominator(const std::vector<double>& t, const std::vector<Compl
     if (residual <= options.tolerance * scale) break;
   }
   return fit;
+}
+
+// Weights that interpolate every solved point: the fitted denominator q at
+// each point times the Floater-Hormann weights, i.e. the blended
+// interpolant of q S over the blended interpolant of q. Both reproduce
+// polynomials up to the blending degree, so rational data of the fitted
+// degree comes out exactly.
+void BlendOverAllPoints(const std::vector<double>& t, const Denominator& fit,
+                        const BRIFitOptions& options, std::vector<Complex>& weights) {
+  const size_t N = t.size();
+  // q(t) = D(t) * prod_s (t - t_s) at every point.
+  for (size_t k = 0; k < N; ++k) {
+    Complex sum;
+    double product = 1.0;
+    int self = -1;
+    for (size_t s = 0; s < fit.support.size(); ++s) {
+      const size_t j = static_cast<size_t>(fit.support[s]);
+      if (j == k) {
+        self = static_cast<int>(s);
+        continue;
+      }
+      product *= t[k] - t[j];
+      sum += fit.a[s] * (1.0 / (t[k] - t[j]));
+    }
+    weights[k] = self >= 0 ? fit.a[static_cast<size_t>(self)] * product : sum * product;
+  }
+  const int degree = std::clamp(static_cast<int>(fit.support.size()) - 1, 0,
+                                std::min(options.maxDegree, static_cast<int>(N) - 1));
+  const std::vector<double> beta = BlendingWeights(t, degree);
+  for (size_t k = 0; k < N; ++k) weights[k] = weights[k] * beta[k];
 }
 
 }  // namespace
@@ -164,34 +221,18 @@ BarycentricFit FitBarycentricWeights(const std::vector<double>& x,
   result.support = fit.support;
   result.errors = fit.errors;
 
-  // The denominator polynomial q(t) = D(t) * prod_s (t - t_s) at every node.
-  std::vector<Complex> q(N);
-  for (size_t k = 0; k < N; ++k) {
-    Complex sum;
-    double product = 1.0;
-    int self = -1;
-    for (size_t s = 0; s < fit.support.size(); ++s) {
-      const size_t j = static_cast<size_t>(fit.support[s]);
-      if (j == k) {
-        self = static_cast<int>(s);
-        continue;
-      }
-      product *= t[k] - t[j];
-      sum += fit.a[s] * (1.0 / (t[k] - t[j]));
-    }
-    q[k] = self >= 0 ? fit.a[static_cast<size_t>(self)] * product : sum * product;
-  }
-  // Blending degree: enough to reproduce the fitted numerator and
-  // denominator (degree support - 1) exactly.
-  const int degree = std::clamp(static_cast<int>(fit.support.size()) - 1, 0,
-                                std::min(options.maxDegree, static_cast<int>(N) - 1));
-  const std::vector<double> beta = BlendingWeights(t, degree);
-  double largest = 0.0;
   result.weights.resize(N);
-  for (size_t k = 0; k < N; ++k) {
-    result.weights[k] = q[k] * beta[k];
-    largest = std::max(largest, abs(result.weights[k]));
+  if (!fit.errors.empty() && fit.errors.back() <= options.tolerance) {
+    // The fit reproduces every solved point within the tolerance: its own
+    // barycentric form is the interpolant, and the other points get weight
+    // 0, so an evaluation only touches the support points.
+    for (size_t s = 0; s < fit.support.size(); ++s)
+      result.weights[static_cast<size_t>(fit.support[s])] = fit.a[s];
+  } else {
+    BlendOverAllPoints(t, fit, options, result.weights);
   }
+  double largest = 0.0;
+  for (const Complex& w : result.weights) largest = std::max(largest, abs(w));
   if (largest > 0.0)
     for (auto& w : result.weights) w = w * (1.0 / largest);
   return result;

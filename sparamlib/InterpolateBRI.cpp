@@ -36,7 +36,7 @@ InterpolateBRI& InterpolateBRI::operator=(const InterpolateBRI& other) {
       m_Weights[k] = std::make_unique<TNT::CVector>(*oldWeight);
     }
   }
-  m_ByFrequency.reset();
+  m_Layout.reset();
   return *this;
 }
 
@@ -48,7 +48,7 @@ const TNT::CVector* InterpolateBRI::GetWeights(int i, int j) const {
 }
 
 TNT::CVector* InterpolateBRI::GetWeights(int i, int j) {
-  m_ByFrequency.reset();
+  m_Layout.reset();
   return const_cast<TNT::CVector*>(std::as_const(*this).GetWeights(i, j));
 }
 
@@ -57,24 +57,31 @@ void InterpolateBRI::SetWeights(int i, int j, std::unique_ptr<TNT::CVector> weig
   if (i < 0 || j < 0 || i >= m_N || j >= m_N) return;
   m_Weights.resize(static_cast<size_t>(m_N) * static_cast<size_t>(m_N));
   m_Weights[Slot(i, j)] = std::move(weights);
-  m_ByFrequency.reset();
+  m_Layout.reset();
 }
 
-const TNT::CMatrix* InterpolateBRI::GetWeightsByFrequency() const {
-  if (m_ByFrequency) return m_ByFrequency.get();
+const InterpolateBRI::Layout* InterpolateBRI::GetLayout() const {
+  if (m_Layout) return m_Layout.get();
   const TNT::CVector* first = GetWeights(0, 0);
   if (!first) return nullptr;
   const int length = first->size();
-  auto table = std::make_unique<TNT::CMatrix>(length, m_N * m_N);
+  auto layout = std::make_unique<Layout>();
+  layout->byFrequency = TNT::CMatrix(length, m_N * m_N);
+  layout->active.assign(static_cast<size_t>(length), false);
   for (int i = 0; i < m_N; ++i) {
     for (int j = 0; j < m_N; ++j) {
       const TNT::CVector* w = GetWeights(i, j);
       if (!w || w->size() != length) return nullptr;
-      for (int k = 0; k < length; ++k) (*table)[k][i * m_N + j] = (*w)[k];
+      for (int k = 0; k < length; ++k) {
+        const AComplex<double> v = (*w)[k];
+        layout->byFrequency[k][i * m_N + j] = v;
+        if (v.re != 0.0 || v.im != 0.0) layout->active[static_cast<size_t>(k)] = true;
+        if (v.re != (*first)[k].re || v.im != (*first)[k].im) layout->shared = false;
+      }
     }
   }
-  m_ByFrequency = std::move(table);
-  return m_ByFrequency.get();
+  m_Layout = std::move(layout);
+  return m_Layout.get();
 }
 
 // ---- Persistence ----------------------------------------------------------

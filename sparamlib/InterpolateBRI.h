@@ -37,11 +37,17 @@ class InterpolateBRI {
   std::vector<double>& GetFitErrors() { return m_FitErrors; }
   const std::vector<double>& GetFitErrors() const { return m_FitErrors; }
 
-  // The weights laid out frequency by frequency (row k holds weight k of
-  // every entry, row-major over (i, j)), which is the order an evaluation
-  // walks them in. Built on first use; null when the entries' vectors are
-  // missing or differ in length.
-  const TNT::CMatrix* GetWeightsByFrequency() const;
+  // The weights in the order an evaluation walks them: frequency by
+  // frequency, row k holding weight k of every entry (row-major over
+  // (i, j)); which rows are not all zero; and whether every entry has the
+  // same weights (then one denominator serves them all). Built on first
+  // use; null when the entries' vectors are missing or differ in length.
+  struct Layout {
+    TNT::CMatrix byFrequency;
+    std::vector<bool> active;
+    bool shared = true;
+  };
+  const Layout* GetLayout() const;
 
   bool WriteToBlock(io::CBlock& block) const;
   // io::kReadOk, or an error code with the reason in the block's error state.
@@ -55,5 +61,5 @@ class InterpolateBRI {
   std::vector<double> m_FitErrors;
   int m_N = 0;
   std::vector<std::unique_ptr<TNT::CVector>> m_Weights;  // entry (i, j) at n * j + i
-  mutable std::unique_ptr<TNT::CMatrix> m_ByFrequency;
+  mutable std::unique_ptr<Layout> m_Layout;
 };

@@ -214,6 +214,25 @@ bool WritePoints(io::CBlock& block, const char* key, const CNetworkDataSolution:
   return true;
 }
 
+// The error estimate of every interpolated point, "e = [frequency, error]"
+// in frequency order; nothing when no point was interpolated. (The point's
+// own block has no place for it.)
+void WriteInterpolationErrors(io::CBlock& block, const CNetworkDataSolution::PointMap& solved,
+                              const CNetworkDataSolution::PointMap& interpolated, bool withInterpolated) {
+  io::CBlock errors("InterpolationErrors");
+  auto add = [&](const CNetworkDataSolution::PointMap& map) {
+    for (const auto& [f, point] : map) {
+      const auto type = point->GetDataType();
+      if (type != CNetworkData::Interpolated && type != CNetworkData::Extrapolated) continue;
+      const double item[] = {f, point->GetValue()};
+      errors.AddRealFunction("e", item);
+    }
+  };
+  add(solved);
+  if (withInterpolated) add(interpolated);
+  if (!errors.IsEmpty()) block.AddBlock(std::move(errors));
+}
+
 }  // namespace
 
 bool CNetworkDataSolution::Write(io::CBlock& block, bool withInterpolated) const {
@@ -233,6 +252,7 @@ bool CNetworkDataSolution::Write(io::CBlock& block, bool withInterpolated) const
       !WritePoints(block, "InterpolatedFrequencies", m_InterpolatedMap)) {
     return false;
   }
+  WriteInterpolationErrors(block, m_FrequencyMap, m_InterpolatedMap, withInterpolated);
   if (m_NoiseSolution && !m_NoiseSolution->WriteToBlock(block.AddBlock("NoiseSolution")))
     return false;
   if (m_BRIWeights && !m_BRIWeights->WriteToBlock(block.AddBlock("BRIInterpolationWeights")))
@@ -263,6 +283,7 @@ int CNetworkDataSolution::Read(const io::CBlock& block) {
     const int result = ReadPoints(*points, true);
     if (!io::IsReadOk(result)) return result;
   }
+  if (const io::CBlock* errors = block.FindBlock("InterpolationErrors")) ReadInterpolationErrors(*errors);
   if (const io::CBlock* noise = block.FindBlock("NoiseSolution")) {
     const int result = GetOrCreateNoiseSolution().ReadFromBlock(*noise);
     if (!io::IsReadOk(result)) return result;
@@ -273,6 +294,17 @@ int CNetworkDataSolution::Read(const io::CBlock& block) {
     if (read->ReadFromBlock(*weights) == io::kReadOk) m_BRIWeights = std::move(read);
   }
   return io::kReadOk;
+}
+
+void CNetworkDataSolution::ReadInterpolationErrors(const io::CBlock& errors) {
+  for (size_t k = 0; k < errors.GetNumItems(); ++k) {
+    const io::CItemView item = errors.GetItem(k);
+    if (item.GetKind() != io::ItemKind::Function || item.GetNumValues() != 2) continue;
+    double f = 0.0, error = 0.0;
+    if (!item.GetValue(0).ToReal(f) || !item.GetValue(1).ToReal(error)) continue;
+    for (PointMap* map : {&m_FrequencyMap, &m_InterpolatedMap})
+      if (const auto it = map->find(f); it != map->end()) it->second->SetValue(error);
+  }
 }
 
 int CNetworkDataSolution::ReadEntries(const io::CBlock& ports) {

@@ -146,6 +146,9 @@ class CNetworkDataSolution : public INetworkDataOwner {
   CNetworkData* NearestSolved(double frequency) const;
   int ReadPoints(const io::CBlock& block, bool interpolated);
   int ReadEntries(const io::CBlock& ports);
+  // Error estimates of interpolated points; entries that match no point are
+  // ignored.
+  void ReadInterpolationErrors(const io::CBlock& errors);
 
   AString m_Name;
   PointMap m_FrequencyMap;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 #include "sparamlib/FxemModalData.h"
 #include "sparamlib/FxemModalSolution.h"
@@ -118,37 +119,24 @@ bool Gather(CNetworkDataSolution& solution, int n, std::vector<double>& x,
   return !x.empty();
 }
 
-// The three-point Lagrange rule around the solved frequency nearest to f.
+// The three-point Lagrange rule around the solved frequency nearest to f
+// (of two equally near, the lower), moved inwards at the ends of the band.
 bool InterpolatePortVector(CNetworkModalSolution& solution, double f, int kind,
                            CNetworkModalData& target) {
   const auto& map = solution.GetFrequencyMap();
-  const int N = static_cast<int>(map.size());
-  if (N < 3) return false;
-  std::vector<double> x;
-  std::vector<const TNT::CVector*> v;
-  for (const auto& [freq, point] : map) {
-    const auto* modal = dynamic_cast<const CNetworkModalData*>(point.get());
-    x.push_back(freq);
-    v.push_back(modal ? modal->GetPortVector(kind) : nullptr);
-  }
-  if (!v.front()) return false;
-  int q = 0;
-  double nearest = 1e32;
-  for (int i = 0; i < N; ++i) {
-    if (std::fabs(f - x[static_cast<size_t>(i)]) < nearest) {
-      nearest = std::fabs(f - x[static_cast<size_t>(i)]);
-      q = i;
-    }
-  }
-  q = std::clamp(q, 1, N - 2);
-  const double a = x[static_cast<size_t>(q - 1)], b = x[static_cast<size_t>(q)],
-               e = x[static_cast<size_t>(q + 1)];
+  if (map.size() < 3 || !map.begin()->second->GetPortVector(kind)) return false;
+  auto mid = map.lower_bound(f);
+  if (mid == map.end() || (mid != map.begin() && f - std::prev(mid)->first <= mid->first - f)) --mid;
+  if (mid == map.begin()) ++mid;
+  if (std::next(mid) == map.end()) --mid;
+  const auto below = std::prev(mid), above = std::next(mid);
+  const double a = below->first, b = mid->first, e = above->first;
   const double La = (f - e) * (f - b) / ((a - e) * (a - b));
   const double Lb = (f - e) * (f - a) / ((b - e) * (b - a));
   const double Le = (f - b) * (f - a) / ((b - e) * (a - e));
-  const TNT::CVector* va = v[static_cast<size_t>(q - 1)];
-  const TNT::CVector* vb = v[static_cast<size_t>(q)];
-  const TNT::CVector* ve = v[static_cast<size_t>(q + 1)];
+  const TNT::CVector* va = below->second->GetPortVector(kind);
+  const TNT::CVector* vb = mid->second->GetPortVector(kind);
+  const TNT::CVector* ve = above->second->GetPortVector(kind);
   const int n = target.GetNumPorts();
   if (!va || !vb || !ve || va->size() < n || vb->size() < n || ve->size() < n) return false;
   auto out = std::make_unique<TNT::CVector>(n);
@@ -202,6 +190,6 @@ bool CNevilleInterpolateVisitor::Visit(CNetworkModalSolution& solution, CNetwork
   if (!nd::InterpolatePortVectors(solution, candidate)) return false;
   if (!Visit(static_cast<CNetworkDataSolution&>(solution), static_cast<CNetworkData&>(candidate)))
     return false;
-  target = candidate;
+  target = std::move(candidate);
   return true;
 }

@@ -84,7 +84,8 @@ class Matrix {
     row_ = std::make_unique<T*[]>(static_cast<size_t>(m_));
     ASSERT(v_ != 0);
     ASSERT(row_ != 0);
-    std::fill_n(v_.get(), mn_, value);
+    // The allocation has already value-initialised every element.
+    if (!(value == T())) std::fill_n(v_.get(), mn_, value);
     for (int i = 0; i < m_; ++i) row_[static_cast<size_t>(i)] = v_.get() + static_cast<size_t>(i) * n_;
   }
 

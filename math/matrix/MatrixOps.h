@@ -47,6 +47,12 @@ Complex ComplexSqrt(const Complex& z);
 // convergence), leaving the outputs unchanged.
 int ComputeEigenVectorsAndValues(const CMatrix& mat, CVector& values, CMatrix& vectors);
 
+// out[e] = a[0] * x[0][e] + ... + a[terms-1] * x[terms-1][e] for e < count,
+// summed in that order from zero; vectorised where the CPU allows, with the
+// same bits either way.
+void LinearCombination(Complex* out, const Complex* const* x, const Complex* a, std::size_t terms,
+                       std::size_t count);
+
 // The unit right singular vector v of A (rows x cols) that belongs to its
 // smallest singular value sigma: the v minimising |A v|. Returns 0, 1 for
 // non-finite input, or LAPACK's error code; v is untouched on failure.

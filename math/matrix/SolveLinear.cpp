@@ -261,6 +261,34 @@ SPARAMLIB_AVX2 inline void UpdateRow(Complex* __restrict r, const Complex* __res
   if (d < end) SubtractProduct1(rd + d, lr, li, _mm_loadu_pd(ud + d));
 }
 
+// out[e] = sum_t a[t] * x[t][e] over count complex numbers, the terms
+// added in order to a zero start, with the same roundings as the scalar
+// form (no fused multiply-add). Each group of four outputs stays in
+// registers while every term is added, so only the inputs stream.
+SPARAMLIB_AVX2 void Combine(Complex* __restrict out, const Complex* const* x, const Complex* a, std::size_t terms,
+                            std::size_t count) {
+  double* od = D(out);
+  const std::size_t end = 2 * count;
+  std::size_t d = 0;
+  for (; d + 8 <= end; d += 8) {
+    __m256d acc0 = _mm256_setzero_pd(), acc1 = _mm256_setzero_pd();
+    for (std::size_t t = 0; t < terms; ++t) {
+      const __m256d ar = _mm256_set1_pd(a[t].re), ai = _mm256_set1_pd(a[t].im);
+      const double* xd = D(x[t]) + d;
+      acc0 = _mm256_add_pd(acc0, Mul2(ar, ai, _mm256_loadu_pd(xd)));
+      acc1 = _mm256_add_pd(acc1, Mul2(ar, ai, _mm256_loadu_pd(xd + 4)));
+    }
+    _mm256_storeu_pd(od + d, acc0);
+    _mm256_storeu_pd(od + d + 4, acc1);
+  }
+  for (; d < end; d += 2) {
+    __m128d acc = _mm_setzero_pd();
+    for (std::size_t t = 0; t < terms; ++t)
+      acc = _mm_add_pd(acc, Mul1(_mm_set1_pd(a[t].re), _mm_set1_pd(a[t].im), _mm_loadu_pd(D(x[t]) + d)));
+    _mm_storeu_pd(od + d, acc);
+  }
+}
+
 // The same for four rows at once: each pair of pivot-row elements is loaded
 // (and swapped) once for the four rows it updates.
 SPARAMLIB_AVX2 inline void UpdateRows4(Complex* __restrict r0, Complex* __restrict r1, Complex* __restrict r2,
@@ -490,6 +518,18 @@ bool AllowAvx2SolveKernels(bool allow) {
 }
 
 }  // namespace detail
+
+void LinearCombination(Complex* out, const Complex* const* x, const Complex* a, std::size_t terms,
+                       std::size_t count) {
+#if SPARAMLIB_SOLVE_AVX2
+  if (Avx2Allowed()) return avx2::Combine(out, x, a, terms, count);
+#endif
+  for (std::size_t e = 0; e < count; ++e) {
+    Complex acc(0.0, 0.0);
+    for (std::size_t t = 0; t < terms; ++t) acc += a[t] * x[t][e];
+    out[e] = acc;
+  }
+}
 
 int LUDecompose(CMatrix& A, Vector<int>& pivots) {
   const int count = std::min(A.num_rows(), A.num_cols());

@@ -239,6 +239,24 @@ TEST(SolveLinear, AccurateAndBitIdenticalAcrossKernelsColumnsAndAliasing) {
 
 // Entries far outside float range (every pivot comparison ties) and near the
 // limits of |z|^2 in double still solve.
+TEST(LinearCombination, SumsInOrderWithTheSameBitsOnBothKernelSets) {
+  std::mt19937_64 gen(11);
+  for (int count : {1, 3, 4, 5, 1025}) {
+    const CMatrix X = RandomMatrix(3, count, gen), a = RandomMatrix(1, 3, gen);
+    const Complex* rows[] = {X[0], X[1], X[2]};
+    CMatrix results[2] = {CMatrix(1, count), CMatrix(1, count)};
+    for (bool avx2 : {false, true}) {
+      Kernels kernels(avx2);
+      TNT::LinearCombination(results[avx2][0], rows, a[0], 3, static_cast<size_t>(count));
+    }
+    EXPECT_TRUE(Identical(results[0], results[1])) << count;
+    for (int e = 0; e < count; ++e) {
+      const Complex expected = Complex() + a[0][0] * X[0][e] + a[0][1] * X[1][e] + a[0][2] * X[2][e];
+      ASSERT_EQ(results[0][0][e], expected) << count << " " << e;
+    }
+  }
+}
+
 TEST(SolveLinear, ScaledSystemsSolve) {
   std::mt19937_64 gen(3);
   CMatrix A = RandomMatrix(5, 5, gen), B = RandomMatrix(5, 2, gen);

@@ -1,0 +1,171 @@
+// Interpolation of a 32-port solution with 50 solved points onto 10,001
+// frequencies: barycentric weights (fit once, then evaluation) and the
+// Neville-type tableau (quadratic in the solved points, so timed on fewer
+// frequencies and at 10, 20 and 50 points). The data is a pole-residue
+// model with 6 resonances of Q 8 to 40 in 1-10 GHz, so every method's
+// worst error against the model is reported beside its time.
+// bench/compare_interpolate.py sets scikit-rf's cubic interpolation of the
+// same data beside it; with --write DIR the program leaves the 50 solved
+// points (Touchstone, 17 digits) and the model's values at every 100th
+// target frequency there for it. Prints one JSON object.
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "sparamlib/BRIWeights.h"
+#include "sparamlib/InterpolateBRI.h"
+#include "sparamlib/NetworkDataUtilities.h"
+#include "sparamlib/NetworkModalData.h"
+#include "sparamlib/NetworkModalSolution.h"
+
+namespace {
+
+using C = AComplex<double>;
+using Clock = std::chrono::steady_clock;
+
+constexpr int kPorts = 32, kPoints = 50, kTargets = 10001;
+constexpr double kStart = 1e9, kStop = 10e9;
+
+// S(f) = D + sum_p R_p / (s - a_p) + conj(R_p) / (s - conj(a_p)), s = j f / 1 GHz,
+// with symmetric rank-one residues: a reciprocal network with shared poles.
+struct PoleResidueModel {
+  std::vector<C> poles;
+  std::vector<TNT::CMatrix> residues;
+  TNT::CMatrix direct;
+
+  explicit PoleResidueModel(unsigned seed) : direct(kPorts, kPorts) {
+    std::mt19937_64 rng(seed);
+    std::uniform_real_distribution<double> u(-1.0, 1.0), w(1.5, 9.5), q(8.0, 40.0);
+    for (int i = 0; i < kPorts; ++i)
+      for (int j = i; j < kPorts; ++j) direct[i][j] = direct[j][i] = C(0.1 * u(rng), 0.1 * u(rng));
+    for (int p = 0; p < 6; ++p) {
+      const double omega = w(rng), sigma = omega / (2.0 * q(rng));
+      poles.emplace_back(-sigma, omega);
+      std::vector<C> v(kPorts);
+      for (auto& x : v) x = C(u(rng), u(rng));
+      TNT::CMatrix r(kPorts, kPorts);
+      for (int i = 0; i < kPorts; ++i)
+        for (int j = 0; j < kPorts; ++j) r[i][j] = v[static_cast<size_t>(i)] * v[static_cast<size_t>(j)] * (0.3 * sigma / kPorts);
+      residues.push_back(std::move(r));
+    }
+  }
+
+  TNT::CMatrix S(double f) const {
+    TNT::CMatrix m = direct;
+    const C s(0.0, f / 1e9);
+    for (size_t p = 0; p < poles.size(); ++p) {
+      const C a = C(1.0) / (s - poles[p]), b = C(1.0) / (s - conj(poles[p]));
+      for (int e = 0; e < m.size(); ++e)
+        m.data()[e] += residues[p].data()[e] * a + conj(residues[p].data()[e]) * b;
+    }
+    return m;
+  }
+};
+
+std::unique_ptr<CNetworkModalSolution> Solved(const PoleResidueModel& model, int points) {
+  auto s = std::make_unique<CNetworkModalSolution>("Sweep");
+  for (int k = 0; k < kPorts; ++k) s->AddMatrixEntry(CMatrixEntry("P" + std::to_string(k + 1), 1, k));
+  for (int k = 0; k < points; ++k) {
+    auto point = s->CreateNetworkData();
+    point->SetFrequency(kStart + (kStop - kStart) * k / (points - 1));
+    point->SetDataType(CNetworkData::ExactPoint);
+    point->SetSMatrix(std::make_unique<TNT::CMatrix>(model.S(point->GetFrequency())));
+    static_cast<CNetworkModalData&>(*point).SetPortImpedance(
+        std::make_unique<TNT::CVector>(kPorts, C(50.0)));
+    s->AddNetworkData(std::move(point));
+  }
+  return s;
+}
+
+double Target(int k, int count) { return kStart + (kStop - kStart) * k / (count - 1); }
+
+struct Run {
+  double seconds = 0.0, worst = 0.0;
+  int frequencies = 0;
+};
+
+// Reads `count` of the target frequencies (every `stride`-th) the way a
+// writer does, point by point, releasing each; the worst error against
+// the model is checked on every 100th target outside the timing.
+Run Interpolate(CNetworkDataSolution& s, const PoleResidueModel& model, int stride) {
+  Run run;
+  const auto t0 = Clock::now();
+  for (int k = 0; k < kTargets; k += stride, ++run.frequencies) {
+    const double f = Target(k, kTargets);
+    CNetworkData* p = s.GetNetworkData(f, 0.0, true);
+    if (!p || !p->GetSMatrix(false)) {
+      std::fprintf(stderr, "no data at %.17g Hz\n", f);
+      std::exit(1);
+    }
+    s.ReleaseNetworkData(f);
+  }
+  run.seconds = std::chrono::duration<double>(Clock::now() - t0).count();
+  for (int k = 0; k < kTargets; k += std::max(stride, 100)) {
+    const double f = Target(k, kTargets);
+    const TNT::CMatrix truth = model.S(f);
+    const TNT::CMatrix& got = *s.GetNetworkData(f, 0.0, true)->GetSMatrix(false);
+    for (int e = 0; e < truth.size(); ++e) run.worst = std::max(run.worst, abs(got.data()[e] - truth.data()[e]));
+    s.ReleaseNetworkData(f);
+  }
+  return run;
+}
+
+void WritePeerFiles(const std::string& dir, CNetworkDataSolution& solved, const PoleResidueModel& model) {
+  std::vector<double> fs;
+  for (const auto& [f, p] : solved.GetFrequencyMap()) fs.push_back(f);
+  nd::WriteTouchstoneFile(dir + "/solved.s32p", solved, fs, "bench", false, 50.0,
+                          nd::kRealImaginary, nd::kSMatrix, 17, false, false, nullptr);
+  // The model at every 100th target, same format.
+  CNetworkModalSolution truth("Truth");
+  for (int k = 0; k < kPorts; ++k) truth.AddMatrixEntry(CMatrixEntry("P" + std::to_string(k + 1), 1, k));
+  std::vector<double> checks;
+  for (int k = 0; k < kTargets; k += 100) {
+    auto point = truth.CreateNetworkData();
+    point->SetFrequency(Target(k, kTargets));
+    point->SetSMatrix(std::make_unique<TNT::CMatrix>(model.S(point->GetFrequency())));
+    static_cast<CNetworkModalData&>(*point).SetPortImpedance(std::make_unique<TNT::CVector>(kPorts, C(50.0)));
+    checks.push_back(point->GetFrequency());
+    truth.AddNetworkData(std::move(point));
+  }
+  nd::WriteTouchstoneFile(dir + "/truth.s32p", truth, checks, "bench", false, 50.0,
+                          nd::kRealImaginary, nd::kSMatrix, 17, false, false, nullptr);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const PoleResidueModel model(7);
+  auto s = Solved(model, kPoints);
+  if (argc == 3 && std::strcmp(argv[1], "--write") == 0) WritePeerFiles(argv[2], *s, model);
+
+  // Barycentric: fit once, then evaluate (best of 3).
+  s->SetSolutionType(CNetworkDataSolution::InterpolateBRI);
+  auto t0 = Clock::now();
+  s->SetBRIWeights(nd::ComputeBRIWeights(*s));
+  const double fit = std::chrono::duration<double>(Clock::now() - t0).count();
+  Run bri;
+  for (int r = 0; r < 3; ++r) {
+    const Run run = Interpolate(*s, model, 1);
+    if (r == 0 || run.seconds < bri.seconds) bri = run;
+  }
+  std::printf("{\"ports\": %d, \"points\": %d, \"targets\": %d,\n", kPorts, kPoints, kTargets);
+  std::printf(" \"bri\": {\"fit_s\": %.4g, \"support\": %zu, \"eval_s\": %.4g, \"worst\": %.3g},\n", fit,
+              s->GetBRIWeights()->GetSupportFrequencies().size(), bri.seconds, bri.worst);
+
+  // Neville: every 50th target (201 frequencies), at 10, 20 and 50 points.
+  std::printf(" \"neville\": [");
+  const char* sep = "";
+  for (int points : {10, 20, 50}) {
+    auto n = Solved(model, points);
+    n->SetSolutionType(CNetworkDataSolution::InterpolateNeville);
+    const Run run = Interpolate(*n, model, 50);
+    std::printf("%s\n  {\"points\": %d, \"frequencies\": %d, \"seconds\": %.4g, \"per_frequency_s\": %.4g, "
+                "\"worst\": %.3g}",
+                sep, points, run.frequencies, run.seconds, run.seconds / run.frequencies, run.worst);
+    sep = ",";
+  }
+  std::printf("]}\n");
+  return 0;
+}
