@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
-#include "product/Project.h"
+#include "product/ConvertCommand.h"
 
 namespace sparam {
 namespace {
@@ -110,8 +110,8 @@ std::string FormatFrequency(double hertz) {
 }
 
 int RunInfo(const InfoOptions& options, std::ostream& out, std::ostream& err) {
-  AString error;
-  const std::unique_ptr<CProject> project = CProject::Load(options.path, &error);
+  std::string error;
+  const std::unique_ptr<CProject> project = LoadNetworkFile(options.path, &error);
   if (!project) {
     err << "sparam info: " << error << "\n";
     return 1;
