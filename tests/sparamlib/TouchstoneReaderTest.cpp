@@ -3,13 +3,18 @@
 // malformed file.
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
 
 #include <unistd.h>
 
+#include "sparamlib/LineReader.h"
 #include "sparamlib/NetworkDataUtilities.h"
 #include "sparamlib/NetworkModalData.h"
 #include "sparamlib/TouchstoneReader.h"
@@ -307,6 +312,32 @@ TEST(TouchstoneReader, FileAndTextReadTheSame) {
     ++a;
   }
   fs::remove(file);
+}
+
+}  // namespace
+
+namespace {
+
+// The reader's own fast path for short decimals must give the very double
+// from_chars gives, for every way printf writes one.
+TEST(TouchstoneReader, ParsesNumbersExactlyAsFromChars) {
+  std::mt19937_64 rng(5);
+  std::uniform_real_distribution<double> mantissa(-10.0, 10.0);
+  std::uniform_int_distribution<int> exponent(-30, 30), digits(1, 17);
+  const char* formats[] = {"%.*G", "%.*E", "%.*f", "%+.*e"};
+  for (int k = 0; k < 200000; ++k) {
+    const double v = mantissa(rng) * std::pow(10.0, exponent(rng));
+    char text[64];
+    std::snprintf(text, sizeof text, formats[k % 4], digits(rng) % (k % 4 == 2 ? 6 : 18), v);
+    const char* first = text + (text[0] == '+');
+    double expected = 0.0, got = 0.0;
+    std::from_chars(first, first + std::strlen(first), expected);
+    ASSERT_TRUE(nd::ParseNumber(text, got)) << text;
+    ASSERT_EQ(std::bit_cast<std::uint64_t>(got), std::bit_cast<std::uint64_t>(expected)) << text;
+  }
+  double v = 0.0;
+  for (const char* bad : {"", "-", "+-1", "1e", "1.2.3", "0x10", "1e5x", "--1", "."})
+    EXPECT_FALSE(nd::ParseNumber(bad, v)) << bad;
 }
 
 }  // namespace
