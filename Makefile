@@ -6,7 +6,7 @@ BUILD ?= build
 SANITIZE_BUILD ?= build-sanitize
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test sanitize bench clean
+.PHONY: all deps configure build test sanitize fuzz bench clean
 
 all: build
 
@@ -34,8 +34,20 @@ sanitize: deps
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS) -LE interop
 
+# The Touchstone/Citifile reader fuzz target (clang, libFuzzer) for a short
+# run from the seed corpus; FUZZ_SECONDS sets how long.
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	cmake -S . -B $(FUZZ_BUILD) -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+	  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSPARAMLIB_BUILD_FUZZ=ON -DSPARAMLIB_BUILD_TESTS=OFF \
+	  -DSPARAMLIB_BUILD_BENCH=OFF $(CMAKE_FLAGS)
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target touchstone_fuzz
+	mkdir -p $(FUZZ_BUILD)/corpus && cp -n fuzz/corpus/touchstone/* $(FUZZ_BUILD)/corpus/
+	$(FUZZ_BUILD)/fuzz/touchstone_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=4096 $(FUZZ_BUILD)/corpus
+
 bench: build
 	scripts/run-bench.sh $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(SANITIZE_BUILD)
+	rm -rf $(BUILD) $(SANITIZE_BUILD) $(FUZZ_BUILD)

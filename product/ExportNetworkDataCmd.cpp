@@ -12,8 +12,11 @@
 #include <filesystem>
 
 #include "core/TokenOstream.h"
+#include "sparamlib/Citifile.h"
 #include "sparamlib/MatlabExportVisitor.h"
 #include "sparamlib/NetworkDataUtilities.h"
+#include "sparamlib/TabExport.h"
+#include "sparamlib/TouchstoneReader.h"
 
 namespace fs = std::filesystem;
 
@@ -23,18 +26,6 @@ std::string Lower(std::string s) {
   std::transform(s.begin(), s.end(), s.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return s;
-}
-
-// Port count named by a Touchstone extension (".s4p" -> 4), or -1.
-int TouchstonePorts(const std::string& extension) {
-  if (extension.size() < 4 || extension[1] != 's' || extension.back() != 'p') return -1;
-  int ports = 0;
-  for (size_t i = 2; i + 1 < extension.size(); ++i) {
-    if (!std::isdigit(static_cast<unsigned char>(extension[i]))) return -1;
-    ports = ports * 10 + (extension[i] - '0');
-    if (ports > 100000) return -1;
-  }
-  return ports;
 }
 
 std::atomic<unsigned> g_exportCounter{0};
@@ -62,7 +53,9 @@ bool Commit(const std::string& temp, const fs::path& target, std::string* error)
 std::optional<nd::NetworkDataExportFormat> CExportNetworkDataCmd::FormatFromExtension(
     const std::string& path) {
   const std::string extension = Lower(fs::path(path).extension().string());
-  if (extension == ".ts" || TouchstonePorts(extension) >= 0) return nd::kExportTouchstone;
+  if (extension == ".ts" || nd::TouchstonePortsFromName(path) >= 0) return nd::kExportTouchstone;
+  if (extension == ".cit") return nd::kExportCitifile;
+  if (extension == ".tab") return nd::kExportSpreadsheet;
   if (extension == ".m") return nd::kExportMatlab;
   if (extension == ".sc") return nd::kExportSupercompact;
   return std::nullopt;
@@ -90,7 +83,7 @@ bool CExportNetworkDataCmd::Execute(CProject& project, const ExportRequest& requ
   }
   const int ports = solution->GetNumMatrixEntries();
   const std::string extension = Lower(fs::path(request.output).extension().string());
-  const int named = TouchstonePorts(extension);
+  const int named = nd::TouchstonePortsFromName(request.output);
   if (request.format == nd::kExportTouchstone && named >= 0 && named != ports) {
     return fail(request.output + ": the solution has " + std::to_string(ports) +
                 " ports; name the file ." + "s" + std::to_string(ports) + "p");
@@ -116,10 +109,26 @@ bool CExportNetworkDataCmd::Execute(CProject& project, const ExportRequest& requ
   switch (request.format) {
     case nd::kExportTouchstone:
       nd::WriteTouchstoneFile(temp, *solution, frequencies, projectName, request.gamma,
-                              request.renormalizeTo.value_or(50.0), request.display, request.kind,
-                              request.precision, request.renormalizeTo.has_value(), false,
-                              variation);
+                              request.renormalizeTo.value_or(request.dataAtReference.value_or(50.0)),
+                              request.display, request.kind, request.precision,
+                              request.renormalizeTo.has_value(),
+                              request.dataAtReference.has_value(), variation);
       break;
+    case nd::kExportCitifile:
+    case nd::kExportSpreadsheet: {
+      const bool written =
+          request.format == nd::kExportCitifile
+              ? nd::WriteCitifile(temp, *solution, frequencies, request.kind, request.precision,
+                                  request.renormalizeTo.has_value(), request.renormalizeTo.value_or(50.0))
+              : nd::WriteTabFile(temp, *solution, frequencies, request.kind, request.display,
+                                 request.precision, request.renormalizeTo.has_value(),
+                                 request.renormalizeTo.value_or(50.0));
+      if (!written) {
+        ::unlink(temp.c_str());
+        return fail(request.output + ": cannot write the file");
+      }
+      break;
+    }
     case nd::kExportSupercompact:
       nd::WriteSupercompactFile(temp, *solution, frequencies, projectName,
                                 request.renormalizeTo.value_or(50.0), request.kind,

@@ -20,6 +20,9 @@ struct ExportRequest {
   nd::DisplayFormatType display = nd::kMagnitudeAngle;
   int precision = 8;
   std::optional<double> renormalizeTo;  // ohms
+  // Touchstone: the data is already at this real impedance on every port,
+  // and the option line says so (R); ignored when renormalizeTo is set.
+  std::optional<double> dataAtReference;
   bool gamma = false;
   std::vector<int> quantities;      // MATLAB; empty: the matrix kind
   std::vector<double> frequencies;  // Hz; empty: the solved ones
@@ -29,7 +32,8 @@ struct ExportRequest {
 class CExportNetworkDataCmd {
  public:
   // The export format that a file name's extension calls for (.sNp and .ts
-  // Touchstone, .m MATLAB, .sc Supercompact); nothing for others.
+  // Touchstone, .cit Citifile, .tab spreadsheet, .m MATLAB, .sc
+  // Supercompact); nothing for others.
   static std::optional<nd::NetworkDataExportFormat> FormatFromExtension(const std::string& path);
 
   // Runs the export. False with a one-line reason in `error`; the target is

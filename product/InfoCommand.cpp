@@ -7,6 +7,7 @@
 
 #include "product/Project.h"
 #include "sparamlib/InterpolateBRI.h"
+#include "product/ConvertCommand.h"
 
 namespace sparam {
 namespace {
@@ -145,8 +146,8 @@ std::string FormatFrequency(double hertz) {
 }
 
 int RunInfo(const InfoOptions& options, std::ostream& out, std::ostream& err) {
-  AString error;
-  const std::unique_ptr<CProject> project = CProject::Load(options.path, &error);
+  std::string error;
+  const std::unique_ptr<CProject> project = LoadNetworkFile(options.path, &error);
   if (!project) {
     err << "sparam info: " << error << "\n";
     return 1;

@@ -1,4 +1,5 @@
-// `sparam info`: what a project file holds, as text or JSON.
+// `sparam info`: what a project, Touchstone or Citifile file holds, as text
+// or JSON.
 #pragma once
 
 #include <iosfwd>

@@ -3,8 +3,10 @@
 #include <filesystem>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <sstream>
 
+#include "product/ConvertCommand.h"
 #include "product/ExportNetworkDataCmd.h"
 #include "product/FrequencyList.h"
 #include "product/InfoCommand.h"
@@ -13,31 +15,33 @@
 namespace {
 
 struct ExportOptions {
-  std::string project, output, format, kind = "S", display = "MA", renorm, quantities, freq;
+  std::string input, output, format, kind = "S", display = "MA", renorm, quantities, freq;
   std::string solution;
   size_t variation = 1;
   int precision = 8;
   bool gamma = false;
 };
 
-int Fail(const std::string& why) {
-  std::cerr << "sparam export: " << why << "\n";
+int Fail(const char* command, const std::string& why) {
+  std::cerr << "sparam " << command << ": " << why << "\n";
   return 1;
 }
 
-int RunExport(const ExportOptions& o) {
-  ExportRequest request;
+// The options `export` and `convert` share, as an export request; a
+// message when one of them is wrong. A project (.ndp) output needs no
+// format when `projectOutput` allows it.
+std::optional<std::string> BuildRequest(const ExportOptions& o, bool projectOutput, ExportRequest& request) {
   request.output = o.output;
   if (!o.format.empty()) {
     static const std::map<std::string, nd::NetworkDataExportFormat> formats = {
-        {"touchstone", nd::kExportTouchstone},
-        {"supercompact", nd::kExportSupercompact},
-        {"matlab", nd::kExportMatlab}};
+        {"touchstone", nd::kExportTouchstone}, {"supercompact", nd::kExportSupercompact},
+        {"matlab", nd::kExportMatlab},         {"citifile", nd::kExportCitifile},
+        {"tab", nd::kExportSpreadsheet}};
     request.format = formats.at(o.format);  // CLI11 has checked the choice
   } else if (auto f = CExportNetworkDataCmd::FormatFromExtension(o.output)) {
     request.format = *f;
-  } else {
-    return Fail(o.output + ": cannot tell the format from the extension; use --format");
+  } else if (!projectOutput || std::filesystem::path(o.output).extension() != ".ndp") {
+    return o.output + ": cannot tell the format from the extension; use --format";
   }
   request.kind = o.kind == "Y" ? nd::kYMatrix : o.kind == "Z" ? nd::kZMatrix : nd::kSMatrix;
   request.display = o.display == "DB"   ? nd::kDbAngle
@@ -47,16 +51,16 @@ int RunExport(const ExportOptions& o) {
   request.gamma = o.gamma;
   request.variation = o.variation - 1;
   request.solution = o.solution;
-  request.projectName = std::filesystem::path(o.project).stem().string();
+  request.projectName = std::filesystem::path(o.input).stem().string();
   if (!o.renorm.empty()) {
     const auto ohms = sparam::ParseFrequency(o.renorm);  // a plain positive number
-    if (!ohms || *ohms <= 0.0) return Fail("expected --renorm OHMS above 0, found \"" + o.renorm + "\"");
+    if (!ohms || *ohms <= 0.0) return "expected --renorm OHMS above 0, found \"" + o.renorm + "\"";
     request.renormalizeTo = *ohms;
   }
   if (!o.freq.empty()) {
     std::string why;
     auto list = sparam::ParseFrequencyList(o.freq, &why);
-    if (!list) return Fail("--freq: " + why);
+    if (!list) return "--freq: " + why;
     request.frequencies = std::move(*list);
   }
   if (!o.quantities.empty()) {
@@ -66,16 +70,51 @@ int RunExport(const ExportOptions& o) {
     std::stringstream list(o.quantities);
     for (std::string q; std::getline(list, q, ',');) {
       const auto it = codes.find(q);
-      if (it == codes.end()) return Fail("--quantities: expected S, Y, Z, Zo or Gamma, found \"" + q + "\"");
+      if (it == codes.end()) return "--quantities: expected S, Y, Z, Zo or Gamma, found \"" + q + "\"";
       request.quantities.push_back(it->second);
     }
   }
+  return std::nullopt;
+}
+
+int RunExport(const ExportOptions& o) {
+  ExportRequest request;
+  if (auto why = BuildRequest(o, false, request)) return Fail("export", *why);
   AString error;
-  std::unique_ptr<CProject> project = CProject::Load(o.project, &error);
-  if (!project) return Fail(error);
+  std::unique_ptr<CProject> project = CProject::Load(o.input, &error);
+  if (!project) return Fail("export", error);
   std::string why;
-  if (!CExportNetworkDataCmd().Execute(*project, request, &why)) return Fail(why);
+  if (!CExportNetworkDataCmd().Execute(*project, request, &why)) return Fail("export", why);
   return 0;
+}
+
+int RunConvert(const ExportOptions& o) {
+  ExportRequest request;
+  if (auto why = BuildRequest(o, true, request)) return Fail("convert", *why);
+  std::string why;
+  if (!sparam::Convert(o.input, request, &why)) return Fail("convert", why);
+  return 0;
+}
+
+// The writer options of `export` and `convert`.
+void AddWriterOptions(CLI::App* command, ExportOptions& o) {
+  command->add_option("--variation", o.variation, "variation number, from 1")
+      ->default_val(1)->check(CLI::PositiveNumber);
+  command->add_option("--solution", o.solution, "solution name (default: the first)");
+  command->add_option("--format", o.format, "file format instead of the extension's")
+      ->check(CLI::IsMember({"touchstone", "citifile", "tab", "supercompact", "matlab"}));
+  command->add_option("--kind", o.kind, "matrix kind")
+      ->default_val("S")->check(CLI::IsMember({"S", "Y", "Z"}));
+  command->add_option("--display", o.display, "magnitude/angle, dB/angle or real/imaginary")
+      ->default_val("MA")->check(CLI::IsMember({"MA", "DB", "RI"}));
+  command->add_option("--precision", o.precision, "significant digits (MATLAB: decimals)")
+      ->default_val(8)->check(CLI::Range(1, 17));
+  command->add_option("--renorm", o.renorm, "renormalise every port to OHMS first");
+  command->add_flag("--gamma", o.gamma, "Touchstone: add gamma and port impedance comments");
+  command->add_option("--quantities", o.quantities, "MATLAB: comma list of S,Y,Z,Zo,Gamma");
+  command->add_option("--freq", o.freq,
+                      "frequencies: START:STOP:COUNT (e.g. 1GHz:5GHz:401) or a comma list; "
+                      "default: the solved ones");
 }
 
 }  // namespace
@@ -87,35 +126,31 @@ int main(int argc, char** argv) {
 
   sparam::InfoOptions info;
   CLI::App* infoCommand = app.add_subcommand(
-      "info", "Summarise a project file (.ndp): design variables, solutions, ports, frequencies");
-  infoCommand->add_option("FILE", info.path, "project file to describe")->required();
+      "info", "Summarise a project (.ndp), Touchstone (.sNp, .ts) or Citifile (.cit) file: "
+              "design variables, solutions, ports, frequencies");
+  infoCommand->add_option("FILE", info.path, "file to describe")->required();
   infoCommand->add_flag("--json", info.json, "machine-readable output");
   infoCommand->callback([&] { status = sparam::RunInfo(info, std::cout, std::cerr); });
 
   ExportOptions ex;
   CLI::App* exportCommand = app.add_subcommand(
-      "export", "Write a solution of a project as Touchstone (.sNp, .ts), MATLAB (.m) or "
-                "Supercompact (.sc); the format follows OUTPUT's extension");
-  exportCommand->add_option("PROJECT", ex.project, "project file (.ndp)")->required();
+      "export", "Write a solution of a project as Touchstone (.sNp, .ts), Citifile (.cit), "
+                "spreadsheet (.tab), MATLAB (.m) or Supercompact (.sc); the format follows "
+                "OUTPUT's extension");
+  exportCommand->add_option("PROJECT", ex.input, "project file (.ndp)")->required();
   exportCommand->add_option("OUTPUT", ex.output, "file to write")->required();
-  exportCommand->add_option("--variation", ex.variation, "variation number, from 1")
-      ->default_val(1)->check(CLI::PositiveNumber);
-  exportCommand->add_option("--solution", ex.solution, "solution name (default: the first)");
-  exportCommand->add_option("--format", ex.format, "file format instead of the extension's")
-      ->check(CLI::IsMember({"touchstone", "supercompact", "matlab"}));
-  exportCommand->add_option("--kind", ex.kind, "matrix kind")
-      ->default_val("S")->check(CLI::IsMember({"S", "Y", "Z"}));
-  exportCommand->add_option("--display", ex.display, "magnitude/angle, dB/angle or real/imaginary")
-      ->default_val("MA")->check(CLI::IsMember({"MA", "DB", "RI"}));
-  exportCommand->add_option("--precision", ex.precision, "significant digits (MATLAB: decimals)")
-      ->default_val(8)->check(CLI::Range(1, 17));
-  exportCommand->add_option("--renorm", ex.renorm, "renormalise every port to OHMS first");
-  exportCommand->add_flag("--gamma", ex.gamma, "Touchstone: add gamma and port impedance comments");
-  exportCommand->add_option("--quantities", ex.quantities, "MATLAB: comma list of S,Y,Z,Zo,Gamma");
-  exportCommand->add_option("--freq", ex.freq,
-                            "frequencies: START:STOP:COUNT (e.g. 1GHz:5GHz:401) or a comma list; "
-                            "default: the solved ones");
+  AddWriterOptions(exportCommand, ex);
   exportCommand->callback([&] { status = RunExport(ex); });
+
+  ExportOptions cv;
+  CLI::App* convertCommand = app.add_subcommand(
+      "convert", "Convert network data between project (.ndp), Touchstone (.sNp, .ts), Citifile "
+                 "(.cit), spreadsheet (.tab), MATLAB (.m) and Supercompact (.sc) files, by "
+                 "extension; port impedances are kept unless --renorm is given");
+  convertCommand->add_option("INPUT", cv.input, "file to read (.ndp, .sNp, .ts, .cit)")->required();
+  convertCommand->add_option("OUTPUT", cv.output, "file to write")->required();
+  AddWriterOptions(convertCommand, cv);
+  convertCommand->callback([&] { status = RunConvert(cv); });
 
   sparam::InterpOptions interp;
   CLI::App* interpCommand = app.add_subcommand(

@@ -10,6 +10,8 @@ echo "== S->Y / S->Z against scikit-rf"
 "$python" bench/compare_conversions.py "$build/bench/bench_conversions" 2>/dev/null
 echo "== Touchstone write against scikit-rf"
 "$python" bench/compare_touchstone.py "$build/bench/bench_touchstone" 2>/dev/null
+echo "== Touchstone read against scikit-rf"
+"$python" bench/compare_touchstone_read.py "$build/bench/bench_touchstone_read" 2>/dev/null
 echo "== MATLAB write"
 "$build/bench/bench_matlab"
 echo "== SolveLinear against LAPACK zgesv"

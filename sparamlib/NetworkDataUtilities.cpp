@@ -31,10 +31,7 @@ constexpr double kHzPerGHz = 1000000000.0;
 constexpr double kDbFloorMagnitude = 1e-25;
 constexpr double kDbFloor = -9999.999;
 
-struct NumberPair {
-  double first;
-  double second;
-};
+}  // namespace
 
 NumberPair Convert(const Complex& z, DisplayFormatType format) {
   if (format != kMagnitudeAngle && format != kDbAngle) return {z.re, z.im};
@@ -44,20 +41,6 @@ NumberPair Convert(const Complex& z, DisplayFormatType format) {
   return {magnitude <= kDbFloorMagnitude ? kDbFloor : 20.0 * std::log10(magnitude), angle};
 }
 
-const char* KindLetter(NetworkDataType kind) {
-  if (kind == kYMatrix) return "Y";
-  if (kind == kZMatrix) return "Z";
-  return "S";
-}
-
-const char* FormatToken(DisplayFormatType format) {
-  if (format == kMagnitudeAngle) return "MA";
-  if (format == kDbAngle) return "DB";
-  return "RI";
-}
-
-// The n x n matrix of the kind asked for; null for other kinds, when it
-// cannot be formed, or when its size disagrees with the solution's entries.
 const CMatrix* MatrixOf(CNetworkData& point, NetworkDataType kind, int n) {
   CMatrix* m = nullptr;
   if (kind == kSMatrix) {
@@ -69,6 +52,43 @@ const CMatrix* MatrixOf(CNetworkData& point, NetworkDataType kind, int n) {
   }
   if (!m || n <= 0 || m->num_rows() != n || m->num_cols() != n) return nullptr;
   return m;
+}
+
+std::unique_ptr<CNetworkData> RenormalizedCopy(CNetworkData& point, const CVector& reference) {
+  auto* stored = dynamic_cast<CNetworkModalData*>(&point);
+  if (!stored || !stored->GetPortImpedance()) return nullptr;
+  std::unique_ptr<CNetworkData> copy = stored->Clone();
+  if (!static_cast<CNetworkModalData&>(*copy).Renormalize(reference)) return nullptr;
+  return copy;
+}
+
+void ForEachExportPoint(CNetworkDataSolution& solution, const std::vector<double>& frequencies,
+                        bool renormalize, double referenceImpedance,
+                        const std::function<void(double, CNetworkData&)>& write) {
+  const CVector reference(solution.GetNumMatrixEntries(), Complex(referenceImpedance, 0.0));
+  for (double f : frequencies) {
+    CNetworkData* point =
+        solution.GetNetworkData(f, CNetworkDataSolution::kStandardFrequencyTolerance, true);
+    if (!point) continue;
+    std::unique_ptr<CNetworkData> renormalized;
+    if (renormalize) renormalized = RenormalizedCopy(*point, reference);
+    write(f, renormalized ? *renormalized : *point);
+    solution.ReleaseNetworkData(f);
+  }
+}
+
+namespace {
+
+const char* KindLetter(NetworkDataType kind) {
+  if (kind == kYMatrix) return "Y";
+  if (kind == kZMatrix) return "Z";
+  return "S";
+}
+
+const char* FormatToken(DisplayFormatType format) {
+  if (format == kMagnitudeAngle) return "MA";
+  if (format == kDbAngle) return "DB";
+  return "RI";
 }
 
 // ---- Touchstone --------------------------------------------------------
@@ -294,21 +314,10 @@ void WriteTouchstoneFile(const AString& fileName, CNetworkDataSolution& solution
   // A negative precision would make the value format meaningless; the
   // stream treats it as 0 and so do we.
   CTouchstoneWriter writer(out, n, std::max(precision, 0), format, kind);
-  const CVector reference(n, Complex(referenceImpedance, 0.0));
-  for (double f : frequencies) {
-    CNetworkData* point =
-        solution.GetNetworkData(f, CNetworkDataSolution::kStandardFrequencyTolerance, true);
-    if (!point) continue;
-    // The solution keeps its own references and its own bits: a copy of the
-    // point is renormalised for the write, never the stored point.
-    std::unique_ptr<CNetworkData> renormalized;
-    if (auto* stored = dynamic_cast<CNetworkModalData*>(point);
-        renormalize && stored && stored->GetPortImpedance()) {
-      renormalized = stored->Clone();
-      if (!static_cast<CNetworkModalData&>(*renormalized).Renormalize(reference))
-        renormalized.reset();
-    }
-    CNetworkData& written = renormalized ? *renormalized : *point;
+  // The solution keeps its own references and its own bits: a copy of each
+  // point is renormalised for the write, never the stored point.
+  ForEachExportPoint(solution, frequencies, renormalize, referenceImpedance,
+                     [&](double f, CNetworkData& written) {
     auto* modal = dynamic_cast<CNetworkModalData*>(&written);
     const int lines = writer.WriteRecord(f, written);
     if (exportGamma && modal) {
@@ -319,8 +328,7 @@ void WriteTouchstoneFile(const AString& fileName, CNetworkDataSolution& solution
     } else if (lines > 1) {
       out.EndLine();
     }
-    solution.ReleaseNetworkData(f);
-  }
+  });
 
   const CNoiseDataSolution* noise = solution.GetNoiseSolution();
   if (n == 2 && noise && !noise->IsEmpty()) writer.WriteNoise(*noise);

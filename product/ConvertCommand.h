@@ -1,0 +1,30 @@
+// `sparam convert`: any network data file we read (project, Touchstone,
+// Citifile) written in any format we write, chosen by extension.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "product/ExportNetworkDataCmd.h"
+#include "product/Project.h"
+
+namespace sparam {
+
+// True for the extensions LoadNetworkFile reads: .ndp, .sNp, .ts, .cit.
+bool IsNetworkFile(const std::string& path);
+
+// A project file as it is; a Touchstone or Citifile file as a project whose
+// one variation holds one solution named after the file. Null with a
+// one-line message naming the file (and line) in `error`.
+std::unique_ptr<CProject> LoadNetworkFile(const std::string& path, std::string* error);
+
+// Writes `input` to request.output: a project file (.ndp) whole, any other
+// format through the export command with the request's options. Unless the
+// request renormalises, the port impedances survive: data at one real
+// impedance on every port says so on the Touchstone option line, and any
+// other impedances (or propagation constants) are written as "! Port
+// Impedance" and "! Gamma" lines. False with a one-line reason; the target
+// is then untouched.
+bool Convert(const std::string& input, ExportRequest request, std::string* error);
+
+}  // namespace sparam

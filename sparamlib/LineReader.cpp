@@ -1,0 +1,179 @@
+// Block-wise line reading and number tokens for the network-file readers.
+#include "sparamlib/LineReader.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
+#include <cstring>
+
+namespace nd {
+namespace {
+
+// Large enough that a read call costs nothing next to parsing its bytes,
+// small enough to stay in the cache hierarchy and out of the peak memory.
+constexpr size_t kBlockSize = size_t{1} << 20;
+
+}  // namespace
+
+CLineReader::CLineReader(std::string_view text) : m_Text(text), m_Eof(true) {}
+
+CLineReader::CLineReader(const std::filesystem::path& path) {
+  m_Fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (m_Fd < 0) {
+    m_Error = std::strerror(errno);
+    m_Eof = true;
+    return;
+  }
+  m_Buffer.resize(kBlockSize);
+  m_Text = std::string_view(m_Buffer.data(), 0);
+}
+
+CLineReader::~CLineReader() {
+  if (m_Fd >= 0) ::close(m_Fd);
+}
+
+// Moves the unread bytes to the front of the buffer and reads more behind
+// them, growing the buffer when one line fills it. False at the end.
+bool CLineReader::Fill() {
+  if (m_Eof) return false;
+  const size_t kept = m_Text.size();
+  if (kept > 0 && m_Text.data() != m_Buffer.data()) std::memmove(m_Buffer.data(), m_Text.data(), kept);
+  if (kept == m_Buffer.size()) m_Buffer.resize(m_Buffer.size() * 2);
+  ssize_t got;
+  do {
+    got = ::read(m_Fd, m_Buffer.data() + kept, m_Buffer.size() - kept);
+  } while (got < 0 && errno == EINTR);
+  if (got < 0) {
+    m_Error = std::strerror(errno);
+    m_Eof = true;
+    m_Text = std::string_view();
+    return false;
+  }
+  if (got == 0) m_Eof = true;
+  m_Text = std::string_view(m_Buffer.data(), kept + static_cast<size_t>(got));
+  return got > 0;
+}
+
+bool CLineReader::Next(std::string_view& line) {
+  while (true) {
+    const void* found = m_Text.empty() ? nullptr : std::memchr(m_Text.data(), '\n', m_Text.size());
+    if (found) {
+      const size_t length = static_cast<size_t>(static_cast<const char*>(found) - m_Text.data());
+      line = m_Text.substr(0, length);
+      m_Text.remove_prefix(length + 1);
+      ++m_Line;
+      return true;
+    }
+    if (!Fill()) {
+      if (!m_Error.empty() || m_Text.empty()) return false;
+      line = m_Text;  // the last line has no line end
+      m_Text = std::string_view();
+      ++m_Line;
+      return true;
+    }
+  }
+}
+
+bool CLineParser::RunLines(CLineReader& lines) {
+  std::string_view line;
+  while (!m_Failed && !m_Stopped && lines.Next(line)) {
+    m_Line = lines.LineNumber();
+    Line(line);
+  }
+  if (!m_Failed && !lines.error().empty()) {
+    m_Failed = true;
+    m_Error = m_Name + ": cannot read the file: " + lines.error();
+  }
+  m_Line = lines.LineNumber() + 1;
+  return !m_Failed;
+}
+
+void CLineParser::Fail(size_t column, const std::string& what) {
+  if (m_Failed) return;
+  m_Failed = true;
+  m_Error = m_Name + ":" + std::to_string(m_Line) + ":" + std::to_string(column + 1) + ": " + what;
+}
+
+namespace {
+
+// Powers of ten that a double holds exactly.
+constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                   1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+// The common case of files written by programs: at most 15 significant
+// digits and a small exponent. Then the digits and the power of ten are
+// both exact doubles and one multiplication or division rounds correctly
+// (Clinger's fast path), giving the very value from_chars gives. False
+// (nothing decided) for anything else.
+bool ParseSimple(const char* p, const char* end, double& value) {
+  bool negative = false;
+  if (p != end && (*p == '-' || *p == '+')) negative = *p++ == '-';
+  std::uint64_t digits = 0;
+  int significant = 0, exponent = 0;
+  bool any = false;
+  for (; p != end && *p >= '0' && *p <= '9'; ++p, any = true) {
+    if (digits == 0 && *p == '0') continue;
+    digits = digits * 10 + static_cast<unsigned>(*p - '0');
+    if (++significant > 15) return false;
+  }
+  if (p != end && *p == '.') {
+    for (++p; p != end && *p >= '0' && *p <= '9'; ++p, any = true) {
+      --exponent;
+      if (digits == 0 && *p == '0') continue;
+      digits = digits * 10 + static_cast<unsigned>(*p - '0');
+      if (++significant > 15) return false;
+    }
+  }
+  if (!any) return false;
+  if (p != end && (*p == 'e' || *p == 'E')) {
+    ++p;
+    bool negativeExponent = false;
+    if (p != end && (*p == '-' || *p == '+')) negativeExponent = *p++ == '-';
+    if (p == end) return false;
+    int e = 0;
+    for (; p != end && *p >= '0' && *p <= '9'; ++p) {
+      e = e * 10 + (*p - '0');
+      if (e > 1000) return false;
+    }
+    exponent += negativeExponent ? -e : e;
+  }
+  if (p != end || exponent < -22 || exponent > 22) return false;
+  const double m = static_cast<double>(digits);
+  value = exponent < 0 ? m / kExactPowers[-exponent] : m * kExactPowers[exponent];
+  if (negative) value = -value;
+  return true;
+}
+
+}  // namespace
+
+bool ParseNumber(std::string_view token, double& value) {
+  const char* first = token.data();
+  const char* last = first + token.size();
+  if (ParseSimple(first, last, value)) return true;
+  // from_chars takes no '+'; a sign before another sign is no number.
+  if (first != last && *first == '+') {
+    ++first;
+    if (first != last && (*first == '+' || *first == '-')) return false;
+  }
+  const auto [end, ec] = std::from_chars(first, last, value);
+  return ec == std::errc() && end == last;
+}
+
+std::string Lower(std::string_view s) {
+  std::string out(s);
+  for (char& c : out)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return out;
+}
+
+std::string_view Trim(std::string_view s) {
+  const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
+  while (!s.empty() && blank(s.front())) s.remove_prefix(1);
+  while (!s.empty() && blank(s.back())) s.remove_suffix(1);
+  return s;
+}
+
+}  // namespace nd

@@ -1,0 +1,866 @@
+// Touchstone reading: one pass over the lines, a record's numbers gathered
+// into one reused buffer and turned into a point's matrix when the record is
+// complete, so the work per number is a from_chars call and a store.
+#include "sparamlib/TouchstoneReader.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <optional>
+
+#include "sparamlib/LineReader.h"
+#include "sparamlib/NetworkModalData.h"
+
+namespace nd {
+namespace {
+
+using Complex = AComplex<double>;
+using TNT::CMatrix;
+using TNT::CVector;
+
+constexpr double kDefaultReference = 50.0;
+constexpr double kDegree = std::numbers::pi / 180.0;
+
+// A frequency as the file writes it, for messages.
+std::string FrequencyText(double value) { return AString::Format("%.10g", value); }
+
+std::string Pairs(size_t count) { return std::to_string(count) + (count == 1 ? " pair" : " pairs"); }
+
+class CTouchstoneParser : public CLineParser {
+ public:
+  CTouchstoneParser(std::string name, TouchstoneHeader& header) : CLineParser(std::move(name)), m_Header(header) {
+    m_NamedPorts = TouchstonePortsFromName(m_Name);
+    std::filesystem::path stem = std::filesystem::path(m_Name).stem();
+    m_Solution = std::make_unique<CNetworkModalSolution>(stem.string());
+    m_Solution->SetSolutionType(CNetworkDataSolution::DiscreteSweep);
+  }
+
+  // Returns the solution, or null with the first error in `error`.
+  std::unique_ptr<CNetworkModalSolution> Run(CLineReader& lines, std::string* error) {
+    if (RunLines(lines)) Finish();
+    if (m_Failed) {
+      if (error) *error = m_Error;
+      return nullptr;
+    }
+    return std::move(m_Solution);
+  }
+
+ private:
+  enum Stage { kHeader, kReference, kInformation, kNetwork, kNoise };
+
+  static std::string Quoted(std::string_view text) {
+    if (text.size() > 40) return "\"" + std::string(text.substr(0, 40)) + "...\"";
+    return "\"" + std::string(text) + "\"";
+  }
+
+  // ---- Lines -------------------------------------------------------------
+  void Line(std::string_view line) override {
+    const size_t bang = line.find('!');
+    const std::string_view content = line.substr(0, bang);
+    if (m_Stage == kInformation) {
+      const std::string_view trimmed = Trim(content);
+      if (trimmed.size() >= 17 && Lower(trimmed.substr(0, 17)) == "[end information]") {
+        m_Stage = m_StageBeforeInformation;
+      } else {
+        m_Header.information.append(line).push_back('\n');
+      }
+      return;
+    }
+    if (bang != std::string_view::npos) {
+      Comment(line.substr(bang + 1), bang + 1, Trim(content).empty());
+      if (m_Failed) return;
+    }
+    const size_t start = content.find_first_not_of(" \t\r");
+    if (start == std::string_view::npos) return;
+    if (m_VectorPending) {
+      VectorIncomplete();
+      return;
+    }
+    if (m_Stage == kReference && content[start] != '[') {
+      ReferenceValues(content);
+      return;
+    }
+    if (content[start] == '[') {
+      Keyword(content, start);
+    } else if (content[start] == '#') {
+      OptionLine(content, start);
+    } else {
+      DataLine(content, start);
+    }
+  }
+
+  // Comments carry the first line of our own files, port names before the
+  // data, and the gamma and port-impedance lines behind each record.
+  void Comment(std::string_view text, size_t column, bool wholeLine) {
+    if (m_Line == 1 && Trim(text).starts_with("Touchstone file from project")) m_OwnWriter = true;
+    if (!wholeLine) return;
+    const std::string_view t = Trim(text);
+    if (m_VectorPending) {
+      VectorValues(t, column + static_cast<size_t>(t.data() - text.data()));
+      return;
+    }
+    if (m_Pending && m_Stage == kNetwork) {
+      const std::string lower = Lower(t.substr(0, std::min<size_t>(t.size(), 16)));
+      if (lower.starts_with("gamma") && (t.size() == 5 || t[5] == ' ' || t[5] == '\t')) {
+        StartVector(false, t.substr(5), column + static_cast<size_t>(t.data() - text.data()) + 5);
+      } else if (lower.starts_with("port impedance") &&
+                 (t.size() == 14 || t[14] == ' ' || t[14] == '\t')) {
+        StartVector(true, t.substr(14), column + static_cast<size_t>(t.data() - text.data()) + 14);
+      }
+      return;
+    }
+    if (m_Records == 0 && !m_Pending) PortName(t);
+  }
+
+  // "Port[3] = name"
+  void PortName(std::string_view t) {
+    if (t.size() < 6 || Lower(t.substr(0, 5)) != "port[") return;
+    const size_t close = t.find(']');
+    const size_t equals = t.find('=');
+    if (close == std::string_view::npos || equals == std::string_view::npos || equals < close) return;
+    int index = 0;
+    for (size_t i = 5; i < close; ++i) {
+      if (t[i] < '0' || t[i] > '9' || index > 100000) return;
+      index = index * 10 + (t[i] - '0');
+    }
+    if (index < 1) return;
+    if (m_PortNames.size() < static_cast<size_t>(index)) m_PortNames.resize(static_cast<size_t>(index));
+    m_PortNames[static_cast<size_t>(index) - 1] = std::string(Trim(t.substr(equals + 1)));
+  }
+
+  // ---- Gamma and port impedance lines ------------------------------------
+  void StartVector(bool impedance, std::string_view rest, size_t column) {
+    m_VectorIsImpedance = impedance;
+    m_VectorLine = m_Line;
+    m_Vector.clear();
+    m_VectorPending = true;
+    VectorValues(rest, column);
+  }
+
+  void VectorValues(std::string_view text, size_t column) {
+    const size_t wanted = 2 * static_cast<size_t>(m_Header.ports);
+    ForEachToken(text, [&](const Token& token) {
+      double v = 0.0;
+      if (!ParseNumber(token.text, v)) {
+        Fail(column + token.column, std::string("expected a number of the ") + VectorTitle() +
+                                        " line, found " + Quoted(token.text));
+        return false;
+      }
+      if (m_Vector.size() == wanted) {
+        Fail(column + token.column, std::string("expected ") + std::to_string(wanted / 2) +
+                                        " complex values on the " + VectorTitle() +
+                                        " line, found more");
+        return false;
+      }
+      m_Vector.push_back(v);
+      return true;
+    });
+    if (m_Failed || m_Vector.size() < wanted) return;
+    m_VectorPending = false;
+    auto v = std::make_unique<CVector>(m_Header.ports);
+    for (int k = 0; k < m_Header.ports; ++k)
+      (*v)[k] = Complex(m_Vector[2 * static_cast<size_t>(k)], m_Vector[2 * static_cast<size_t>(k) + 1]);
+    if (m_VectorIsImpedance) {
+      m_Pending->SetPortImpedance(std::move(v));
+      m_Header.portImpedanceLines = true;
+    } else {
+      m_Pending->SetGamma(std::move(v));
+    }
+  }
+
+  const char* VectorTitle() const { return m_VectorIsImpedance ? "! Port Impedance" : "! Gamma"; }
+
+  void VectorIncomplete() {
+    Fail(0, std::string("expected ") + std::to_string(m_Header.ports) + " complex values on the " +
+                VectorTitle() + " line at line " + std::to_string(m_VectorLine) + ", found " +
+                std::to_string(m_Vector.size()) + " numbers");
+  }
+
+  // ---- Option line -------------------------------------------------------
+  void OptionLine(std::string_view content, size_t start) {
+    if (m_HaveOptions) return;  // later option lines are ignored, as Touchstone has it
+    m_HaveOptions = true;
+    m_SeenContent = true;
+    bool unit = false, parameter = false, format = false, resistance = false, inR = false;
+    std::vector<double> r;
+    ForEachToken(content.substr(start + 1), [&](const Token& token) {
+      const size_t column = start + 1 + token.column;
+      double v = 0.0;
+      if (inR && ParseNumber(token.text, v)) {
+        if (!(v > 0.0) || !std::isfinite(v)) {
+          Fail(column, "expected a reference resistance above 0 ohms, found " + Quoted(token.text));
+          return false;
+        }
+        r.push_back(v);
+        return true;
+      }
+      if (inR && r.empty()) {
+        Fail(column, "expected a resistance in ohms after R, found " + Quoted(token.text));
+        return false;
+      }
+      inR = false;
+      const std::string t = Lower(token.text);
+      bool* seen = nullptr;
+      if (t == "hz" || t == "khz" || t == "mhz" || t == "ghz") {
+        seen = &unit;
+        m_Header.hertzPerUnit = t == "hz" ? 1.0 : t == "khz" ? 1e3 : t == "mhz" ? 1e6 : 1e9;
+      } else if (t == "s" || t == "y" || t == "z" || t == "h" || t == "g") {
+        seen = &parameter;
+        m_Header.parameter = static_cast<char>(t[0] - 'a' + 'A');
+      } else if (t == "ma" || t == "db" || t == "ri") {
+        seen = &format;
+        m_Header.format = t == "ma" ? kMagnitudeAngle : t == "db" ? kDbAngle : kRealImaginary;
+      } else if (t == "r") {
+        seen = &resistance;
+        inR = true;
+      } else {
+        Fail(column, "expected a frequency unit (Hz, kHz, MHz, GHz), a parameter (S, Y, Z, H, G), "
+                     "a format (MA, DB, RI) or R and a resistance on the option line, found " +
+                         Quoted(token.text));
+        return false;
+      }
+      if (*seen) {
+        Fail(column, "the option line names this kind of option twice: " + Quoted(token.text));
+        return false;
+      }
+      *seen = true;
+      return true;
+    });
+    if (m_Failed) return;
+    if (inR && r.empty()) {
+      Fail(content.size(), "expected a resistance in ohms after R, found the end of the line");
+      return;
+    }
+    m_OptionResistance = r;
+  }
+
+  // ---- Keywords ----------------------------------------------------------
+  void Keyword(std::string_view content, size_t start) {
+    const size_t close = content.find(']', start);
+    if (close == std::string_view::npos) {
+      Fail(start, "expected a keyword in brackets, found " + Quoted(Trim(content.substr(start))));
+      return;
+    }
+    const std::string name = Lower(content.substr(start, close + 1 - start));
+    const std::string_view argument = Trim(content.substr(close + 1));
+    const size_t argColumn = argument.empty() ? close + 1 : static_cast<size_t>(argument.data() - content.data());
+    if (name == "[version]") {
+      if (m_SeenContent) {
+        Fail(start, "expected [Version] as the first line that is not a comment");
+        return;
+      }
+      double v = 0.0;
+      if (!ParseNumber(argument, v) || (v != 2.0 && v != 2.1)) {
+        Fail(argColumn, "expected [Version] 2.0 or 2.1, found " + Quoted(argument));
+        return;
+      }
+      m_Header.version = v;
+      m_SeenContent = true;
+      return;
+    }
+    m_SeenContent = true;
+    if (m_Stage == kReference) {
+      Fail(start, "expected " + std::to_string(m_Header.ports) + " reference impedances after [Reference] at line " +
+                      std::to_string(m_ReferenceLine) + ", found " + std::to_string(m_Header.reference.size()));
+      return;
+    }
+    if (m_Header.version < 2.0) {
+      Fail(start, "found the keyword " + Quoted(content.substr(start, close + 1 - start)) +
+                      " in a file without [Version] 2.0 in its first line");
+      return;
+    }
+    if (name == "[end]") {
+      if (m_Stage == kNetwork || m_Stage == kNoise) EndOfData();
+      m_Ended = true;
+      Stop();
+      return;
+    }
+    if (m_Stage == kNetwork || m_Stage == kNoise) {
+      EndOfData();
+      if (m_Failed) return;
+    }
+    if (name == "[begin information]") {
+      m_StageBeforeInformation = m_Stage;
+      m_InformationLine = m_Line;
+      m_Stage = kInformation;
+      return;
+    }
+    if (name == "[end information]") {
+      Fail(start, "found [End Information] without [Begin Information]");
+      return;
+    }
+    if (name == "[network data]") {
+      NetworkDataKeyword(start);
+      return;
+    }
+    if (name == "[noise data]") {
+      NoiseDataKeyword(start);
+      return;
+    }
+    if (m_Stage != kHeader) {
+      Fail(start, "expected the keyword " + Quoted(content.substr(start, close + 1 - start)) +
+                      " before [Network Data]");
+      return;
+    }
+    if (name == "[number of ports]") {
+      const std::optional<int> n = Count(argument, argColumn, "[Number of Ports]", 1);
+      if (!n) return;
+      if (m_NamedPorts >= 0 && *n != m_NamedPorts) {
+        Fail(argColumn, "[Number of Ports] says " + std::to_string(*n) + " but the file name says " +
+                            std::to_string(m_NamedPorts) + " ports");
+        return;
+      }
+      m_Header.ports = *n;
+    } else if (name == "[two-port data order]") {
+      const std::string order = Lower(argument);
+      if (order != "12_21" && order != "21_12") {
+        Fail(argColumn, "expected [Two-Port Data Order] 12_21 or 21_12, found " + Quoted(argument));
+        return;
+      }
+      m_Header.twoPortDataOrder = order;
+    } else if (name == "[number of frequencies]") {
+      if (const auto n = Count(argument, argColumn, "[Number of Frequencies]", 1)) m_DeclaredFrequencies = *n;
+    } else if (name == "[number of noise frequencies]") {
+      if (const auto n = Count(argument, argColumn, "[Number of Noise Frequencies]", 1))
+        m_DeclaredNoise = *n;
+    } else if (name == "[reference]") {
+      if (m_Header.ports < 1) {
+        Fail(start, "expected [Number of Ports] before [Reference]");
+        return;
+      }
+      m_Header.reference.clear();
+      m_Stage = kReference;
+      m_ReferenceLine = m_Line;
+      if (!argument.empty()) ReferenceValues(content.substr(close + 1), close + 1);
+    } else if (name == "[matrix format]") {
+      const std::string f = Lower(argument);
+      if (f == "full") {
+        m_Header.matrixFormat = TouchstoneHeader::kFull;
+      } else if (f == "lower") {
+        m_Header.matrixFormat = TouchstoneHeader::kLower;
+      } else if (f == "upper") {
+        m_Header.matrixFormat = TouchstoneHeader::kUpper;
+      } else {
+        Fail(argColumn, "expected [Matrix Format] Full, Lower or Upper, found " + Quoted(argument));
+      }
+    } else if (name == "[mixed-mode order]") {
+      m_Header.mixedModeOrder = std::string(argument);
+    } else {
+      Fail(start, "expected a Touchstone keyword, found " + Quoted(content.substr(start, close + 1 - start)));
+    }
+  }
+
+  std::optional<int> Count(std::string_view text, size_t column, const char* keyword, int least) {
+    double v = 0.0;
+    if (!ParseNumber(text, v) || v != std::floor(v) || v < least || v > 1e8) {
+      Fail(column, std::string("expected a whole number of at least ") + std::to_string(least) +
+                       " after " + keyword + ", found " + Quoted(text));
+      return std::nullopt;
+    }
+    return static_cast<int>(v);
+  }
+
+  void ReferenceValues(std::string_view text, size_t offset = 0) {
+    ForEachToken(text, [&](const Token& token) {
+      double v = 0.0;
+      if (!ParseNumber(token.text, v) || !(v > 0.0) || !std::isfinite(v)) {
+        Fail(offset + token.column, "expected " + std::to_string(m_Header.ports) +
+                                        " reference impedances above 0 ohms after [Reference], found " +
+                                        Quoted(token.text));
+        return false;
+      }
+      if (m_Header.reference.size() == static_cast<size_t>(m_Header.ports)) {
+        Fail(offset + token.column, "expected " + std::to_string(m_Header.ports) +
+                                        " reference impedances after [Reference], found more");
+        return false;
+      }
+      m_Header.reference.push_back(v);
+      return true;
+    });
+    if (m_Header.reference.size() == static_cast<size_t>(m_Header.ports)) m_Stage = kHeader;
+  }
+
+  void NetworkDataKeyword(size_t column) {
+    if (m_Stage != kHeader || m_Records > 0) {
+      Fail(column, "found a second [Network Data]");
+      return;
+    }
+    if (!m_HaveOptions) {
+      Fail(column, "expected the option line (such as \"# GHz S MA R 50\") before [Network Data]");
+      return;
+    }
+    if (m_Header.ports < 1) {
+      Fail(column, "expected [Number of Ports] before [Network Data]");
+      return;
+    }
+    if (m_DeclaredFrequencies < 0) {
+      Fail(column, "expected [Number of Frequencies] before [Network Data]");
+      return;
+    }
+    if (m_Header.ports == 2 && m_Header.twoPortDataOrder.empty()) {
+      Fail(column, "expected [Two-Port Data Order] (12_21 or 21_12) before the data of a 2-port");
+      return;
+    }
+    if (!Prepare(column)) return;
+    m_Stage = kNetwork;
+  }
+
+  void NoiseDataKeyword(size_t column) {
+    if (m_Records == 0) {
+      Fail(column, "expected [Network Data] and its data before [Noise Data]");
+      return;
+    }
+    if (m_Header.ports != 2) {
+      Fail(column, "found [Noise Data] in a " + std::to_string(m_Header.ports) +
+                       "-port file: noise parameters exist for 2-ports only");
+      return;
+    }
+    if (m_DeclaredNoise < 0) {
+      Fail(column, "expected [Number of Noise Frequencies] before [Noise Data]");
+      return;
+    }
+    m_Stage = kNoise;
+  }
+
+  // ---- Data --------------------------------------------------------------
+  // Fixes the record layout once the port count, the matrix format and the
+  // references are known.
+  bool Prepare(size_t column) {
+    const int n = m_Header.ports;
+    if ((m_Header.parameter == 'H' || m_Header.parameter == 'G') && n != 2) {
+      Fail(column, std::string(1, m_Header.parameter) + "-parameters exist for 2-ports only; this file has " +
+                       std::to_string(n) + " ports");
+      return false;
+    }
+    if (m_Header.reference.empty()) {
+      if (m_OptionResistance.size() > 1 && m_OptionResistance.size() != static_cast<size_t>(n)) {
+        Fail(column, "expected 1 or " + std::to_string(n) + " resistances after R on the option line, found " +
+                         std::to_string(m_OptionResistance.size()));
+        return false;
+      }
+      m_Header.reference = m_OptionResistance.size() == static_cast<size_t>(n)
+                               ? m_OptionResistance
+                               : std::vector<double>(static_cast<size_t>(n),
+                                                     m_OptionResistance.empty() ? kDefaultReference
+                                                                                : m_OptionResistance[0]);
+    }
+    // Where each pair of a record goes (and its mirror for a triangle).
+    const bool byColumn = n == 2 && (m_Header.version < 2.0 || m_Header.twoPortDataOrder == "21_12");
+    m_Target.clear();
+    m_Mirror.clear();
+    m_RowPairs.clear();
+    for (int i = 0; i < n; ++i) {
+      const int from = m_Header.matrixFormat == TouchstoneHeader::kUpper ? i : 0;
+      const int to = m_Header.matrixFormat == TouchstoneHeader::kLower ? i + 1 : n;
+      for (int j = from; j < to; ++j) {
+        m_Target.push_back(byColumn ? j * n + i : i * n + j);
+        m_Mirror.push_back(j * n + i);
+      }
+      m_RowPairs.push_back(to - from);
+    }
+    // One- and two-ports hold a record on one line; larger matrices begin
+    // every row on a new line.
+    if (n <= 2) m_RowPairs.assign(1, static_cast<int>(m_Target.size()));
+    m_Values.reserve(2 * m_Target.size());
+    m_Prepared = true;
+    return true;
+  }
+
+  void DataLine(std::string_view content, size_t start) {
+    m_SeenContent = true;
+    if (m_Stage == kHeader && m_Header.version >= 2.0) {
+      Fail(start, "expected [Network Data] before the data");
+      return;
+    }
+    if (!m_HaveOptions) {
+      Fail(start, "expected the option line (such as \"# GHz S MA R 50\") before the data");
+      return;
+    }
+    if (!m_Prepared) {
+      if (m_NamedPorts < 1) {
+        Fail(start, "cannot tell the port count: name the file .sNp or give [Number of Ports] in a "
+                    "version 2 file");
+        return;
+      }
+      m_Header.ports = m_NamedPorts;
+      if (!Prepare(start)) return;
+      m_Stage = kNetwork;
+    }
+    if (m_Stage == kNoise) {
+      NoiseLine(content);
+      return;
+    }
+    size_t onLine = 0;
+    ForEachToken(content, [&](const Token& token) {
+      ++onLine;
+      double v = 0.0;
+      if (!ParseNumber(token.text, v)) {
+        Fail(token.column, "expected a number, found " + Quoted(token.text));
+        return false;
+      }
+      if (!m_InRecord) return StartRecord(v, token, content);
+      if (m_RowDone) {
+        RowTooLong(token);
+        return false;
+      }
+      m_Values.push_back(v);
+      if (++m_InRow == m_RowPairs[m_Row] * 2) {
+        m_InRow = 0;
+        ++m_Row;
+        m_RowDone = true;
+        if (static_cast<size_t>(m_Row) == m_RowPairs.size()) m_RecordDone = true;
+      }
+      return true;
+    });
+    if (m_Failed || m_Stage == kNoise) return;
+    if (m_RecordDone) {
+      EndRecord();
+      return;
+    }
+    m_RowDone = false;
+    if (m_InRecord && m_Header.ports <= 2) {
+      const size_t found = onLine;
+      Fail(content.size(), "expected " + std::to_string(1 + 2 * m_Target.size()) +
+                               " values on the line of a " + std::to_string(m_Header.ports) +
+                               "-port record (the frequency and " + Pairs(m_Target.size()) + "), found " +
+                               std::to_string(found));
+    }
+  }
+
+  // The first number of a record: its frequency. For a version 1 two-port
+  // a frequency that does not increase starts the noise block.
+  bool StartRecord(double v, const Token& token, std::string_view content) {
+    FinishPending();
+    if (m_Records > 0 && !(v > m_LastFrequency)) {
+      if (m_Header.version < 2.0 && m_Header.ports == 2) {
+        m_Stage = kNoise;
+        NoiseLine(content);
+        return false;
+      }
+      Fail(token.column, "expected frequencies in increasing order, found " + Quoted(token.text) +
+                             " after " + FrequencyText(m_LastFrequency));
+      return false;
+    }
+    if (!std::isfinite(v) || v < 0.0) {
+      Fail(token.column, "expected a frequency of 0 or more, found " + Quoted(token.text));
+      return false;
+    }
+    m_InRecord = true;
+    m_RecordDone = false;
+    m_RowDone = false;
+    m_Row = 0;
+    m_InRow = 0;
+    m_RecordLine = m_Line;
+    m_Frequency = v;
+    m_Values.clear();
+    return true;
+  }
+
+  void RowTooLong(const Token& token) {
+    const int n = m_Header.ports;
+    if (n <= 2) {
+      std::string hint;
+      if (m_Records == 0 && m_NamedPorts >= 0 && m_DeclaredFrequencies < 0) hint = "; is the extension right?";
+      Fail(token.column, "expected " + std::to_string(1 + 2 * m_Target.size()) + " values on the line of a " +
+                             std::to_string(n) + "-port record (the frequency and " + Pairs(m_Target.size()) +
+                             "), found more" + hint);
+      return;
+    }
+    Fail(token.column, "expected row " + std::to_string(m_Row) + " of the record for frequency " +
+                           FrequencyText(m_Frequency) + " (line " + std::to_string(m_RecordLine) +
+                           ") to end its line after " + Pairs(static_cast<size_t>(m_RowPairs[m_Row - 1])) +
+                           ", found more values");
+  }
+
+  // Turns the gathered numbers into the point's matrix.
+  void EndRecord() {
+    const int n = m_Header.ports;
+    auto point = std::make_unique<CNetworkModalData>(m_Solution.get(), m_Frequency * m_Header.hertzPerUnit,
+                                                     CNetworkData::ExactPoint);
+    auto m = std::make_unique<CMatrix>(n, n);
+    Complex* data = m->data();
+    const double* v = m_Values.data();
+    const bool triangle = m_Header.matrixFormat != TouchstoneHeader::kFull;
+    for (size_t k = 0; k < m_Target.size(); ++k) {
+      const Complex z = ToComplex(v[2 * k], v[2 * k + 1]);
+      data[m_Target[k]] = z;
+      if (triangle) data[m_Mirror[k]] = z;
+    }
+    Store(*point, std::move(m));
+    m_Pending = std::move(point);
+    m_LastFrequency = m_Frequency;
+    ++m_Records;
+    m_InRecord = false;
+    m_RecordDone = false;
+  }
+
+  Complex ToComplex(double a, double b) const {
+    switch (m_Header.format) {
+      case kRealImaginary:
+        return Complex(a, b);
+      case kDbAngle:
+        a = std::pow(10.0, a / 20.0);
+        [[fallthrough]];
+      default:
+        return Complex(a * std::cos(b * kDegree), a * std::sin(b * kDegree));
+    }
+  }
+
+  // Stores the matrix as the kind the file holds. Version 1 files hold Y,
+  // Z, H and G normalised to the reference; version 2 files and our own
+  // writer's files hold them in ohms and siemens.
+  void Store(CNetworkModalData& point, std::unique_ptr<CMatrix> m) {
+    const char p = m_Header.parameter;
+    if (p == 'S') {
+      point.SetSMatrix(std::move(m));
+      return;
+    }
+    const int n = m_Header.ports;
+    CMatrix& a = *m;
+    if (m_Header.version < 2.0 && !m_OwnWriter) {
+      // Normalised quantities: v = V / sqrt(R), i = I sqrt(R) per port.
+      const auto& r = m_Header.reference;
+      for (int i = 0; i < n; ++i) {
+        for (int j = 0; j < n; ++j) {
+          const double rij = std::sqrt(r[static_cast<size_t>(i)] * r[static_cast<size_t>(j)]);
+          const double ratio = std::sqrt(r[0] / r[static_cast<size_t>(n - 1)]);
+          double scale = 1.0;
+          if (p == 'Z') scale = rij;
+          if (p == 'Y') scale = 1.0 / rij;
+          if (p == 'H') scale = i == j ? (i == 0 ? r[0] : 1.0 / r[1]) : ratio;
+          if (p == 'G') scale = i == j ? (i == 0 ? 1.0 / r[0] : r[1]) : 1.0 / ratio;
+          a[i][j] = a[i][j] * scale;
+        }
+      }
+    }
+    if (p == 'Z') {
+      point.SetZMatrix(std::move(m));
+    } else if (p == 'Y') {
+      point.SetYMatrix(std::move(m));
+    } else {
+      // Hybrid parameters of a two-port as Z (from H) or Y (from G):
+      // x11 = det / p22, x12 = p12 / p22, x21 = -p21 / p22, x22 = 1 / p22.
+      const Complex det = a[0][0] * a[1][1] - a[0][1] * a[1][0];
+      const Complex d = a[1][1];
+      auto x = std::make_unique<CMatrix>(2, 2);
+      (*x)[0][0] = det / d;
+      (*x)[0][1] = a[0][1] / d;
+      (*x)[1][0] = -a[1][0] / d;
+      (*x)[1][1] = Complex(1.0) / d;
+      if (p == 'H') {
+        point.SetZMatrix(std::move(x));
+      } else {
+        point.SetYMatrix(std::move(x));
+      }
+    }
+  }
+
+  // Hands the last point to the solution with its impedances.
+  void FinishPending() {
+    if (!m_Pending) return;
+    if (!m_Pending->GetPortImpedance()) {
+      auto z = std::make_unique<CVector>(m_Header.ports);
+      for (int k = 0; k < m_Header.ports; ++k) (*z)[k] = Complex(m_Header.reference[static_cast<size_t>(k)]);
+      m_Pending->SetPortImpedance(std::move(z));
+    }
+    m_Solution->AddNetworkData(std::move(m_Pending));
+  }
+
+  void NoiseLine(std::string_view content) {
+    double values[5];
+    size_t count = 0;
+    ForEachToken(content, [&](const Token& token) {
+      double v = 0.0;
+      if (!ParseNumber(token.text, v)) {
+        Fail(token.column, "expected a number, found " + Quoted(token.text));
+        return false;
+      }
+      if (count == 5) {
+        Fail(token.column, "expected 5 values on a noise line (frequency, minimum noise figure, "
+                           "magnitude and angle of the optimum source reflection, noise resistance), "
+                           "found more");
+        return false;
+      }
+      if (count == 0 && m_NoiseCount > 0 && !(v > m_LastNoiseFrequency)) {
+        Fail(token.column, "expected noise frequencies in increasing order, found " +
+                               Quoted(token.text) + " after " + FrequencyText(m_LastNoiseFrequency));
+        return false;
+      }
+      values[count++] = v;
+      return true;
+    });
+    if (m_Failed) return;
+    if (count < 5) {
+      Fail(content.size(), "expected 5 values on a noise line (frequency, minimum noise figure, "
+                           "magnitude and angle of the optimum source reflection, noise resistance), "
+                           "found " + std::to_string(count));
+      return;
+    }
+    // Kept as version 1 files state it: the noise resistance normalised to
+    // the reference; version 2 files give it in ohms.
+    const double rn = m_Header.version >= 2.0 ? values[4] / m_Header.reference[0] : values[4];
+    m_Solution->GetOrCreateNoiseSolution().SetNoiseParameters(values[0] * m_Header.hertzPerUnit, values[1],
+                                                              values[2], values[3], rn);
+    m_LastNoiseFrequency = values[0];
+    ++m_NoiseCount;
+  }
+
+  // A keyword or the end of the file ends the data: a record must be whole.
+  void EndOfData() {
+    if (m_InRecord) {
+      const size_t pairs = m_Values.size() / 2;
+      Fail(0, "the record for frequency " + FrequencyText(m_Frequency) + " that begins at line " +
+                  std::to_string(m_RecordLine) + " ends early: expected " + Pairs(m_Target.size()) + ", found " +
+                  std::to_string(pairs) + (m_Values.size() % 2 ? " and a half" : ""));
+      return;
+    }
+    FinishPending();
+  }
+
+  void Finish() {
+    if (m_Stage == kInformation) {
+      Fail(0, "[Begin Information] at line " + std::to_string(m_InformationLine) + " has no [End Information]");
+      return;
+    }
+    if (m_Stage == kReference) {
+      Fail(0, "expected " + std::to_string(m_Header.ports) + " reference impedances after [Reference] at line " +
+                  std::to_string(m_ReferenceLine) + ", found " + std::to_string(m_Header.reference.size()));
+      return;
+    }
+    if (m_VectorPending) {
+      VectorIncomplete();
+      return;
+    }
+    if (!m_Ended) EndOfData();
+    if (m_Failed) return;
+    if (!m_HaveOptions) {
+      Fail(0, "expected the option line (such as \"# GHz S MA R 50\"), found none");
+      return;
+    }
+    if (m_Records == 0) {
+      Fail(0, "expected network data, found none");
+      return;
+    }
+    if (m_Header.version >= 2.0 && !m_Ended) {
+      Fail(0, "expected [End] at the end of a version 2 file");
+      return;
+    }
+    if (m_DeclaredFrequencies >= 0 && m_Records != m_DeclaredFrequencies) {
+      Fail(0, "[Number of Frequencies] says " + std::to_string(m_DeclaredFrequencies) + " but the file holds " +
+                  std::to_string(m_Records));
+      return;
+    }
+    if (m_DeclaredNoise >= 0 && m_NoiseCount != m_DeclaredNoise) {
+      Fail(0, "[Number of Noise Frequencies] says " + std::to_string(m_DeclaredNoise) + " but the file holds " +
+                  std::to_string(m_NoiseCount));
+      return;
+    }
+    NameEntries();
+  }
+
+  // Entries named by the file's "! Port[k] = name" lines, else by its
+  // [Mixed-Mode Order], else Port1, Port2, ...
+  void NameEntries() {
+    std::vector<std::string> mixed;
+    ForEachToken(m_Header.mixedModeOrder, [&](const Token& t) {
+      mixed.emplace_back(t.text);
+      return true;
+    });
+    const size_t n = static_cast<size_t>(m_Header.ports);
+    for (size_t k = 0; k < n; ++k) {
+      std::string name = "Port" + std::to_string(k + 1);
+      if (k < m_PortNames.size() && !m_PortNames[k].empty()) {
+        name = m_PortNames[k];
+      } else if (mixed.size() == n) {
+        name = mixed[k];
+      }
+      CMatrixEntry entry(name, 1, static_cast<int>(k));
+      entry.SetModalEntryName(name);
+      m_Solution->AddMatrixEntry(entry);
+    }
+  }
+
+  TouchstoneHeader& m_Header;
+  std::unique_ptr<CNetworkModalSolution> m_Solution;
+  int m_NamedPorts = -1;
+  bool m_Ended = false;
+
+  Stage m_Stage = kHeader;
+  Stage m_StageBeforeInformation = kHeader;
+  long m_InformationLine = 0;
+  long m_ReferenceLine = 0;
+  bool m_SeenContent = false;
+  bool m_HaveOptions = false;
+  bool m_OwnWriter = false;
+  std::vector<double> m_OptionResistance;
+  int m_DeclaredFrequencies = -1;
+  int m_DeclaredNoise = -1;
+  std::vector<std::string> m_PortNames;
+
+  // Record layout.
+  bool m_Prepared = false;
+  std::vector<int> m_Target;   // matrix element of each pair
+  std::vector<int> m_Mirror;   // its transpose, for Lower and Upper
+  std::vector<int> m_RowPairs; // pairs per line-starting row
+  // The record being read.
+  bool m_InRecord = false;
+  bool m_RecordDone = false;
+  bool m_RowDone = false;
+  size_t m_Row = 0;
+  int m_InRow = 0;
+  long m_RecordLine = 0;
+  double m_Frequency = 0.0;
+  double m_LastFrequency = 0.0;
+  std::vector<double> m_Values;
+  int m_Records = 0;
+  std::unique_ptr<CNetworkModalData> m_Pending;  // last point, until its comment lines are read
+  // "! Gamma" / "! Port Impedance" values being gathered.
+  bool m_VectorPending = false;
+  bool m_VectorIsImpedance = false;
+  long m_VectorLine = 0;
+  std::vector<double> m_Vector;
+  // Noise.
+  int m_NoiseCount = 0;
+  double m_LastNoiseFrequency = 0.0;
+};
+
+}  // namespace
+
+int TouchstonePortsFromName(const std::string& path) {
+  const std::string extension = Lower(std::filesystem::path(path).extension().string());
+  if (extension.size() < 4 || extension[1] != 's' || extension.back() != 'p') return -1;
+  int ports = 0;
+  for (size_t i = 2; i + 1 < extension.size(); ++i) {
+    if (extension[i] < '0' || extension[i] > '9') return -1;
+    ports = ports * 10 + (extension[i] - '0');
+    if (ports > 100000) return -1;
+  }
+  return ports;
+}
+
+std::unique_ptr<CNetworkModalSolution> ReadTouchstoneFile(const std::filesystem::path& path,
+                                                          std::string* error,
+                                                          TouchstoneHeader* header) {
+  CLineReader lines(path);
+  if (!lines.error().empty()) {
+    if (error) *error = path.string() + ": cannot open the file: " + lines.error();
+    return nullptr;
+  }
+  TouchstoneHeader local;
+  TouchstoneHeader& h = header ? *header : local;
+  h = TouchstoneHeader();
+  return CTouchstoneParser(path.string(), h).Run(lines, error);
+}
+
+std::unique_ptr<CNetworkModalSolution> ReadTouchstoneText(std::string_view text,
+                                                          const std::string& name,
+                                                          std::string* error,
+                                                          TouchstoneHeader* header) {
+  CLineReader lines(text);
+  TouchstoneHeader local;
+  TouchstoneHeader& h = header ? *header : local;
+  h = TouchstoneHeader();
+  return CTouchstoneParser(name, h).Run(lines, error);
+}
+
+}  // namespace nd
