@@ -12,6 +12,8 @@ echo "== Touchstone write against scikit-rf"
 "$python" bench/compare_touchstone.py "$build/bench/bench_touchstone" 2>/dev/null
 echo "== Touchstone read against scikit-rf"
 "$python" bench/compare_touchstone_read.py "$build/bench/bench_touchstone_read" 2>/dev/null
+echo "== interpolation against scikit-rf"
+"$python" bench/compare_interpolate.py "$build/bench/bench_interpolate" 2>/dev/null
 echo "== MATLAB write"
 "$build/bench/bench_matlab"
 echo "== SolveLinear against LAPACK zgesv"

@@ -1,10 +1,11 @@
 // Barycentric weights for a solved set, so that any solution can be
-// interpolated by CBRIInterpolateVisitor. The denominator comes from a
-// rational fit of all matrix entries at once (AAA: greedy support points,
-// a least-squares Loewner step per point); the weights then spread it over
-// every solved frequency with Floater-Hormann blending, so the interpolant
-// passes through every solved point and reproduces rational data of the
-// fitted degree. docs/interpolation.md explains the choice.
+// interpolated by CBRIInterpolateVisitor. A rational fit of all matrix
+// entries with one denominator (AAA: greedy support points, a least-squares
+// Loewner step per point) gives them: when it reproduces every solved point
+// within its tolerance its own weights are used (0 away from the support
+// points); otherwise they are spread over every solved frequency with
+// Floater-Hormann blending, so the interpolant passes through every solved
+// point. docs/interpolation.md explains the choice.
 #pragma once
 
 #include <memory>
