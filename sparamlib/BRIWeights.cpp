@@ -193,6 +193,21 @@ void BlendOverAllPoints(const std::vector<double>& t, const Denominator& fit,
 BarycentricFit FitBarycentricWeights(const std::vector<double>& x,
                                      const std::vector<const TNT::CMatrix*>& values,
                                      const BRIFitOptions& options) {
+  const size_t N = x.size();
+  if (N == 0) return {};
+  const int n = values.front()->num_rows();
+  double scale = 0.0;
+  for (const TNT::CMatrix* m : values)
+    for (int e = 0; e < m->size(); ++e) scale = std::max(scale, abs(m->data()[e]));
+  const std::vector<int> entries = DistinctEntries(values, n, scale == 0.0 ? 1.0 : scale);
+  std::vector<Complex> F(entries.size() * N);
+  for (size_t e = 0; e < entries.size(); ++e)
+    for (size_t k = 0; k < N; ++k) F[e * N + k] = values[k]->data()[entries[e]];
+  return FitBarycentricData(x, F, entries.size(), options);
+}
+
+BarycentricFit FitBarycentricData(const std::vector<double>& x, const std::vector<Complex>& F,
+                                  size_t entries, const BRIFitOptions& options) {
   BarycentricFit result;
   const size_t N = x.size();
   if (N == 0) return result;
@@ -206,18 +221,10 @@ BarycentricFit FitBarycentricWeights(const std::vector<double>& x,
   const double centre = 0.5 * (x.front() + x.back()), half = 0.5 * (x.back() - x.front());
   std::vector<double> t(N);
   for (size_t k = 0; k < N; ++k) t[k] = (x[k] - centre) / half;
-
-  const int n = values.front()->num_rows();
   double scale = 0.0;
-  for (const TNT::CMatrix* m : values)
-    for (int e = 0; e < m->size(); ++e) scale = std::max(scale, abs(m->data()[e]));
+  for (const Complex& v : F) scale = std::max(scale, abs(v));
   if (scale == 0.0) scale = 1.0;
-  const std::vector<int> entries = DistinctEntries(values, n, scale);
-  std::vector<Complex> F(entries.size() * N);
-  for (size_t e = 0; e < entries.size(); ++e)
-    for (size_t k = 0; k < N; ++k) F[e * N + k] = values[k]->data()[entries[e]];
-
-  const Denominator fit = FitDenominator(t, F, entries.size(), scale, options);
+  const Denominator fit = FitDenominator(t, F, entries, scale, options);
   result.support = fit.support;
   result.errors = fit.errors;
 

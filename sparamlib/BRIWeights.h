@@ -43,6 +43,13 @@ BarycentricFit FitBarycentricWeights(const std::vector<double>& x,
                                      const std::vector<const TNT::CMatrix*>& values,
                                      const BRIFitOptions& options = {});
 
+// The same for data already laid out entry by entry: F[e * N + k] is entry
+// e at frequency x[k], for `entries` entries. The fit's tolerance is relative
+// to the largest |F|.
+BarycentricFit FitBarycentricData(const std::vector<double>& x,
+                                  const std::vector<AComplex<double>>& F, size_t entries,
+                                  const BRIFitOptions& options = {});
+
 // The weight set of a solution's solved points; null (with the reason in
 // `why`) when the solution has no points or a point has no n x n S.
 std::unique_ptr<InterpolateBRI> ComputeBRIWeights(CNetworkDataSolution& solution,
