@@ -6,6 +6,7 @@
 
 #include "core/Assert.h"
 #include "sparamlib/BRIInterpolateVisitor.h"
+#include "sparamlib/FxemInterpolateVisitor.h"
 #include "sparamlib/InterpolateBRI.h"
 #include "sparamlib/InterpolateVisitor.h"
 #include "sparamlib/NevilleInterpolateVisitor.h"
@@ -144,9 +145,11 @@ std::unique_ptr<CInterpolateVisitor> CNetworkDataSolution::MakeInterpolateVisito
       return std::make_unique<CNevilleInterpolateVisitor>();
     case InterpolateBRI:
       return std::make_unique<CBRIInterpolateVisitor>();
+    case FxemFastSweep:
+    case FxemInterpolatingSweep:
+      return std::make_unique<CFxemInterpolateVisitor>();
     default:
-      // The solver's interpolator and the state-space fit are not
-      // available yet.
+      // The state-space fit is not available.
       return nullptr;
   }
 }

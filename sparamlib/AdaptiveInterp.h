@@ -1,0 +1,86 @@
+// CAdaptiveInterp: the sampler of one frequency range of an interpolating
+// sweep. It keeps the solved samples of its range (each a vector of complex
+// values: the S entries, then whatever else the owner wants interpolated),
+// fits them with one rational model (a barycentric interpolant, all entries
+// sharing the denominator), estimates its own error between the samples
+// without knowing the truth, proposes the frequency where that estimate is
+// worst, and interpolates inside its range. docs/sweep.md gives the method
+// and its reasons.
+#pragma once
+
+#include <vector>
+
+#include "core/AComplex.h"
+
+class CAdaptiveInterp {
+ public:
+  using Complex = AComplex<double>;
+
+  // A range [low, high] whose samples carry `scales.size()` values each;
+  // value e is measured in units of 1 / scales[e] when errors are judged,
+  // and the first `sEntries` values are the S entries that set the
+  // normalising magnitude.
+  CAdaptiveInterp(double low, double high, std::vector<double> scales, int sEntries);
+
+  double GetLow() const { return m_Low; }
+  double GetHigh() const { return m_High; }
+
+  // Adds a solved sample and refits; a frequency already held is ignored.
+  void AddSample(double frequency, std::vector<Complex> values);
+
+  int GetBasisSize() const { return static_cast<int>(m_X.size()); }
+  // Solved frequencies, ascending.
+  const std::vector<double>& GetFrequencies() const { return m_X; }
+  // The values of the k-th sample in ascending frequency.
+  const std::vector<Complex>& GetSampleValues(int k) const { return m_Samples[static_cast<size_t>(k)]; }
+  // The largest |S_ij| over the samples (0 without samples).
+  double GetNormalizingMagnitude() const { return m_Magnitude; }
+
+  // The error goal, relative to the normalising magnitude.
+  void SetTolerance(double tolerance) { m_Tolerance = tolerance; }
+  double GetTolerance() const { return m_Tolerance; }
+  // The largest difference, relative to the normalising magnitude, between
+  // the current model and the one before the last sample, over points
+  // between the samples; infinite until two models exist.
+  double GetErrorEstimate() const { return m_Estimate; }
+  // How far off the model before each sample was at that sample, in the
+  // order the samples came.
+  const std::vector<double>& GetPredictionErrors() const { return m_PredictionErrors; }
+
+  // True until the range meets its goal (see Check).
+  bool WantsSamples() const { return !Check(); }
+  // The frequency where the estimate is worst and a frequency tolerance (a
+  // quarter of the interval around it): status 3; status 1 (frequency 0)
+  // when the goal is met.
+  int ProposeNext(double& frequency, double& tolerance) const;
+  // The goal is met: at least 4 samples, the estimate within the tolerance,
+  // and the last two samples both predicted within it by the model before
+  // them. One small estimate alone does not end a range: early models can
+  // agree with each other and still miss a feature.
+  bool Check() const;
+
+  // Whether `frequency` lies in the range (ends within 1e-12 relative) and a
+  // model exists to answer it.
+  bool Query(double frequency) const;
+  // The interpolated values at `frequency`; false outside the range or
+  // without samples.
+  bool Interpolate(double frequency, std::vector<Complex>& values) const;
+
+ private:
+  void Evaluate(const std::vector<Complex>& weights, double f, std::vector<Complex>& out) const;
+  double ScaledDifference(const std::vector<Complex>& a, const std::vector<Complex>& b) const;
+  void Refit(size_t added);
+
+  double m_Low, m_High;
+  std::vector<double> m_Scales;
+  int m_SEntries;
+  std::vector<double> m_X;                   // ascending
+  std::vector<std::vector<Complex>> m_Samples;  // m_Samples[k]: the values at m_X[k]
+  std::vector<Complex> m_Weights;            // current model, one per sample
+  std::vector<Complex> m_PreviousWeights;    // the model before the last sample (0 at it)
+  std::vector<double> m_PredictionErrors;
+  double m_Magnitude = 0.0;
+  double m_Tolerance = 0.0;
+  double m_Estimate;
+  double m_Proposal = 0.0;
+};

@@ -1,0 +1,11 @@
+// CFxemInterpolateVisitor: interpolation of a solver solution by the
+// solver's own interpolator (the interpolating sweep that produced it).
+#pragma once
+
+#include "sparamlib/InterpolateVisitor.h"
+
+class CFxemInterpolateVisitor : public CInterpolateVisitor {
+ public:
+  bool Visit(CFxemModalSolution& solution, CFxemModalData& target) override;
+  bool Visit(CNetworkDataSolution& solution, CNetworkData& target) override;
+};
