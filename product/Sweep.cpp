@@ -1,0 +1,138 @@
+// The sweep loop and the stored description of a sweep.
+#include "product/Sweep.h"
+
+#include <cmath>
+#include <ostream>
+
+#include "product/InfoCommand.h"
+#include "sparamlib/FxemModalData.h"
+
+namespace sparam {
+namespace {
+
+constexpr const char* kProduct = "sparam sweep";
+
+std::string Number(double v) { return AString::Format("%.17g", v); }
+
+}  // namespace
+
+std::unique_ptr<CProject> NewSweepProject(const SweepSettings& settings, int ports) {
+  auto project = std::make_unique<CProject>();
+  project->SetDesignName("Sweep of " + settings.solver);
+  FxSolutionVariation& variation = project->AddVariation();
+  variation.SetProduct(kProduct, "1");
+  variation.AddDesignVariable("solver", settings.solver);
+  variation.AddDesignVariable("start", Number(settings.start));
+  variation.AddDesignVariable("stop", Number(settings.stop));
+  variation.AddDesignVariable("tolerance", Number(settings.tolerance));
+  variation.AddDesignVariable("max_solves", std::to_string(settings.maxSolves));
+  auto solution = std::make_unique<CFxemModalSolution>("Sweep");
+  solution->SetSolutionType(CNetworkDataSolution::FxemInterpolatingSweep);
+  for (int k = 0; k < ports; ++k) {
+    CMatrixEntry entry("Port" + std::to_string(k + 1), 1, k);
+    entry.SetModalEntryName("Port" + std::to_string(k + 1) + ":1");
+    solution->AddMatrixEntry(entry);
+  }
+  auto interpolator = std::make_unique<CFxemInterpolator>(ports);
+  interpolator->SetBand(settings.start, settings.stop);
+  interpolator->SetErrorTolerance(settings.tolerance);
+  solution->SetInterpolator(std::move(interpolator));
+  variation.AddSolution(std::move(solution));
+  return project;
+}
+
+bool FindSweep(CProject& project, SweepSettings& settings, CFxemModalSolution*& solution,
+               std::string* why) {
+  for (const auto& v : project.GetVariations()) {
+    if (v->GetProductName() != kProduct) continue;
+    for (const auto& handle : v->GetSolutions()) {
+      auto* s = dynamic_cast<CFxemModalSolution*>(handle->GetWritableSolution());
+      if (!s || !s->GetInterpolator()) continue;
+      for (const auto& [name, value] : v->GetDesignVariables()) {
+        if (name == "solver") settings.solver = value;
+        if (name == "max_solves") settings.maxSolves = std::atoi(value.c_str());
+      }
+      settings.start = s->GetInterpolator()->GetLowSampleFreq();
+      settings.stop = s->GetInterpolator()->GetHighSampleFreq();
+      settings.tolerance = s->GetInterpolator()->GetErrorTolerance();
+      solution = s;
+      return true;
+    }
+  }
+  if (why) *why = "the project holds no sweep made by sparam sweep";
+  return false;
+}
+
+SweepOutcome RunSweep(CProject& project, CFxemModalSolution& solution, const SweepSettings& settings,
+                      const std::filesystem::path& path, ISweepSolver& solver, std::ostream& progress,
+                      const std::atomic<bool>* interrupt) {
+  SweepOutcome outcome;
+  auto stop = [&](SweepOutcome::Stop why, std::string message) {
+    outcome.stop = why;
+    outcome.message = std::move(message);
+    return outcome;
+  };
+  CFxemInterpolator& interp = *solution.GetInterpolator();
+  const int n = solution.GetNumPorts();
+  for (;;) {
+    if (interrupt && interrupt->load())
+      return stop(SweepOutcome::Interrupted, "interrupted; every point solved so far is saved");
+    int status = 0;
+    double tolerance = 0.0;
+    const double f = interp.GetNextFrequency(status, tolerance);
+    if (status != CPartitionedRangeInterpolator::kFrequencyProposed)
+      return stop(SweepOutcome::Converged, "error goal met on every range");
+    if (solution.GetNumFrequencies() >= settings.maxSolves) {
+      return stop(SweepOutcome::BudgetSpent,
+                  "solve budget of " + std::to_string(settings.maxSolves) + " spent before the error goal was met");
+    }
+    if (solution.GetFrequencyMap().count(f)) {
+      return stop(SweepOutcome::Stuck, "the sweep asked for " + FormatFrequency(f) + " again; stopped");
+    }
+    SolvedPoint answer;
+    std::string why;
+    if (!solver.Solve(f, tolerance, answer, &why)) return stop(SweepOutcome::SolverFailed, why);
+    if (answer.s.num_rows() != n || answer.s.num_cols() != n) {
+      return stop(SweepOutcome::SolverFailed,
+                  AString::Format("the solver answered %d x %d S at %s, expected %d x %d", answer.s.num_rows(),
+                                  answer.s.num_cols(), FormatFrequency(f).c_str(), n, n));
+    }
+    auto point = solution.CreateNetworkData();
+    auto& modal = static_cast<CFxemModalData&>(*point);
+    modal.SetFrequency(answer.frequency);
+    modal.SetDataType(CNetworkData::ExactPoint);
+    modal.SetPortImpedance(std::make_unique<TNT::CVector>(
+        answer.portImpedance ? *answer.portImpedance : TNT::CVector(n, AComplex<double>(50.0))));
+    if (answer.gamma) modal.SetGamma(std::make_unique<TNT::CVector>(*answer.gamma));
+    modal.SetSMatrix(std::make_unique<TNT::CMatrix>(std::move(answer.s)));
+    if (!solution.AddSweepPoint(std::move(point))) {
+      return stop(SweepOutcome::Stuck, "the solver answered " + FormatFrequency(answer.frequency) +
+                                           ", which is solved already; stopped");
+    }
+    ++outcome.solvesThisRun;
+    AString error;
+    if (!project.Save(path, &error)) return stop(SweepOutcome::SaveFailed, error);
+    double estimate = 0.0;
+    const int range = interp.GetRangeIndex(answer.frequency);
+    if (const CAdaptiveInterp* r = interp.GetRangeInterpolator(range))
+      estimate = r->GetErrorEstimate() * r->GetNormalizingMagnitude();
+    progress << "solve " << solution.GetNumFrequencies() << " at " << FormatFrequency(answer.frequency)
+             << ": estimated error " << AString::Format("%.2g", estimate) << " (goal "
+             << AString::Format("%.2g", settings.tolerance) << ")\n"
+             << std::flush;
+  }
+}
+
+void PrintRangeSummary(const CFxemModalSolution& solution, std::ostream& out) {
+  const CFxemInterpolator* interp = solution.GetInterpolator();
+  if (!interp) return;
+  for (int i = 0; i < interp->GetNumRanges(); ++i) {
+    const CAdaptiveInterp* r = interp->GetRangeInterpolator(i);
+    out << "  " << FormatFrequency(interp->GetRangeLow(i)) << " to " << FormatFrequency(interp->GetRangeHigh(i))
+        << ": " << (r ? r->GetBasisSize() : 0) << " points, estimated error "
+        << AString::Format("%.2g", r ? r->GetErrorEstimate() * r->GetNormalizingMagnitude() : INFINITY)
+        << ((r && r->Check()) ? ", goal met" : ", goal not met") << "\n";
+  }
+}
+
+}  // namespace sparam

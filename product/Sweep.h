@@ -1,0 +1,55 @@
+// The interpolating sweep: asks the solution's interpolator for the next
+// frequency, has the solver solve it, adds the point and saves the project
+// after every point, until the error goal is met on every range, the solve
+// budget is spent, the solver fails or the user interrupts. Everything
+// solved before a stop is in the project, and a sweep read back continues
+// where it stopped.
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <iosfwd>
+#include <memory>
+#include <string>
+
+#include "product/Project.h"
+#include "product/SweepSolver.h"
+#include "sparamlib/FxemModalSolution.h"
+
+namespace sparam {
+
+// What a sweep is, stored as design variables of its variation so that
+// --resume needs nothing else.
+struct SweepSettings {
+  std::string solver;  // "device:NAME" or "command:CMD"
+  double start = 0.0, stop = 0.0;  // Hz
+  double tolerance = 1e-3;         // largest error of any S entry
+  int maxSolves = 100;
+};
+
+// A project holding one variation with an empty sweep solution for
+// `ports` ports over the settings' band.
+std::unique_ptr<CProject> NewSweepProject(const SweepSettings& settings, int ports);
+// The settings stored in a project and its sweep solution; false with a
+// reason when the project holds no sweep.
+bool FindSweep(CProject& project, SweepSettings& settings, CFxemModalSolution*& solution,
+               std::string* why);
+
+struct SweepOutcome {
+  enum Stop { Converged, BudgetSpent, SolverFailed, SaveFailed, Interrupted, Stuck } stop = Converged;
+  int solvesThisRun = 0;
+  std::string message;  // why it stopped, for the user
+};
+
+// Runs the sweep of `solution` (in `project`, saved to `path` after every
+// point) with `solver`. Progress lines go to `progress`; `interrupt` is
+// polled between solves.
+SweepOutcome RunSweep(CProject& project, CFxemModalSolution& solution, const SweepSettings& settings,
+                      const std::filesystem::path& path, ISweepSolver& solver, std::ostream& progress,
+                      const std::atomic<bool>* interrupt = nullptr);
+
+// One line per range: its band, its estimated largest error of S and
+// whether it met the goal.
+void PrintRangeSummary(const CFxemModalSolution& solution, std::ostream& out);
+
+}  // namespace sparam
