@@ -19,6 +19,7 @@
 #include "sparamlib/NetworkDataUtilities.h"
 #include "sparamlib/NetworkModalData.h"
 #include "sparamlib/NetworkModalSolution.h"
+#include "PoleResidueModel.h"
 
 namespace {
 
@@ -27,42 +28,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kPorts = 32, kPoints = 50, kTargets = 10001;
 constexpr double kStart = 1e9, kStop = 10e9;
-
-// S(f) = D + sum_p R_p / (s - a_p) + conj(R_p) / (s - conj(a_p)), s = j f / 1 GHz,
-// with symmetric rank-one residues: a reciprocal network with shared poles.
-struct PoleResidueModel {
-  std::vector<C> poles;
-  std::vector<TNT::CMatrix> residues;
-  TNT::CMatrix direct;
-
-  explicit PoleResidueModel(unsigned seed) : direct(kPorts, kPorts) {
-    std::mt19937_64 rng(seed);
-    std::uniform_real_distribution<double> u(-1.0, 1.0), w(1.5, 9.5), q(8.0, 40.0);
-    for (int i = 0; i < kPorts; ++i)
-      for (int j = i; j < kPorts; ++j) direct[i][j] = direct[j][i] = C(0.1 * u(rng), 0.1 * u(rng));
-    for (int p = 0; p < 6; ++p) {
-      const double omega = w(rng), sigma = omega / (2.0 * q(rng));
-      poles.emplace_back(-sigma, omega);
-      std::vector<C> v(kPorts);
-      for (auto& x : v) x = C(u(rng), u(rng));
-      TNT::CMatrix r(kPorts, kPorts);
-      for (int i = 0; i < kPorts; ++i)
-        for (int j = 0; j < kPorts; ++j) r[i][j] = v[static_cast<size_t>(i)] * v[static_cast<size_t>(j)] * (0.3 * sigma / kPorts);
-      residues.push_back(std::move(r));
-    }
-  }
-
-  TNT::CMatrix S(double f) const {
-    TNT::CMatrix m = direct;
-    const C s(0.0, f / 1e9);
-    for (size_t p = 0; p < poles.size(); ++p) {
-      const C a = C(1.0) / (s - poles[p]), b = C(1.0) / (s - conj(poles[p]));
-      for (int e = 0; e < m.size(); ++e)
-        m.data()[e] += residues[p].data()[e] * a + conj(residues[p].data()[e]) * b;
-    }
-    return m;
-  }
-};
 
 std::unique_ptr<CNetworkModalSolution> Solved(const PoleResidueModel& model, int points) {
   auto s = std::make_unique<CNetworkModalSolution>("Sweep");
@@ -136,7 +101,7 @@ void WritePeerFiles(const std::string& dir, CNetworkDataSolution& solved, const 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const PoleResidueModel model(7);
+  const PoleResidueModel model(kPorts, 6, 7);
   auto s = Solved(model, kPoints);
   if (argc == 3 && std::strcmp(argv[1], "--write") == 0) WritePeerFiles(argv[2], *s, model);
 

@@ -24,40 +24,62 @@ CAdaptiveInterp::CAdaptiveInterp(double low, double high, std::vector<double> sc
       m_SEntries(sEntries),
       m_Estimate(std::numeric_limits<double>::infinity()) {}
 
+void CAdaptiveInterp::Insert(double frequency, std::vector<Complex> values, size_t& at) {
+  for (int e = 0; e < m_SEntries; ++e) m_Magnitude = std::max(m_Magnitude, abs(values[static_cast<size_t>(e)]));
+  at = static_cast<size_t>(std::lower_bound(m_X.begin(), m_X.end(), frequency) - m_X.begin());
+  m_X.insert(m_X.begin() + static_cast<std::ptrdiff_t>(at), frequency);
+  m_Samples.insert(m_Samples.begin() + static_cast<std::ptrdiff_t>(at), std::move(values));
+}
+
 void CAdaptiveInterp::AddSample(double frequency, std::vector<Complex> values) {
-  if (values.size() != m_Scales.size()) return;
-  const auto at = std::lower_bound(m_X.begin(), m_X.end(), frequency);
-  if (at != m_X.end() && *at == frequency) return;
+  if (values.size() != m_Scales.size() || std::binary_search(m_X.begin(), m_X.end(), frequency)) return;
   for (int e = 0; e < m_SEntries; ++e) m_Magnitude = std::max(m_Magnitude, abs(values[static_cast<size_t>(e)]));
   if (!m_Weights.empty()) {
     std::vector<Complex> predicted(values.size());
     Evaluate(m_Weights, frequency, predicted);
     m_PredictionErrors.push_back(ScaledDifference(predicted, values));
   }
-  const size_t k = static_cast<size_t>(at - m_X.begin());
-  m_X.insert(at, frequency);
-  m_Samples.insert(m_Samples.begin() + static_cast<std::ptrdiff_t>(k), std::move(values));
-  Refit(k);
+  size_t at = 0;
+  Insert(frequency, std::move(values), at);
+  Refit(at);
+}
+
+void CAdaptiveInterp::AddSamples(std::vector<std::pair<double, std::vector<Complex>>> samples) {
+  for (auto& [f, values] : samples) {
+    if (values.size() != m_Scales.size() || std::binary_search(m_X.begin(), m_X.end(), f)) continue;
+    size_t at = 0;
+    Insert(f, std::move(values), at);
+  }
+  m_Weights.clear();  // no previous model: the estimate starts unknown
+  Refit(0);
+}
+
+std::vector<CAdaptiveInterp::Complex> CAdaptiveInterp::Fit() const {
+  // One rational model of every value, scaled so that all count alike.
+  const size_t N = m_X.size(), K = m_Scales.size();
+  std::vector<Complex> F(K * N);
+  for (size_t e = 0; e < K; ++e)
+    for (size_t k = 0; k < N; ++k) F[e * N + k] = m_Samples[k][e] * m_Scales[e];
+  return nd::FitBarycentricData(m_X, F, K).weights;
 }
 
 void CAdaptiveInterp::Refit(size_t added) {
   m_PreviousWeights = m_Weights;
   if (!m_PreviousWeights.empty())
     m_PreviousWeights.insert(m_PreviousWeights.begin() + static_cast<std::ptrdiff_t>(added), Complex());
-
-  // One rational model of every value, scaled so that all count alike.
+  m_Weights = Fit();
   const size_t N = m_X.size(), K = m_Scales.size();
-  std::vector<Complex> F(K * N);
-  for (size_t e = 0; e < K; ++e)
-    for (size_t k = 0; k < N; ++k) F[e * N + k] = m_Samples[k][e] * m_Scales[e];
-  m_Weights = nd::FitBarycentricData(m_X, F, K).weights;
 
   // Where the new model and the one before differ most, between samples.
   m_Estimate = std::numeric_limits<double>::infinity();
   m_Proposal = 0.0;
   if (N < 2) return;
   if (m_PreviousWeights.empty()) {
-    m_Proposal = 0.5 * (m_X.front() + m_X.back());
+    // Nothing to compare with yet: the middle of the widest gap.
+    size_t widest = 0;
+    for (size_t k = 1; k + 1 < N; ++k)
+      if (m_X[k + 1] - m_X[k] > m_X[widest + 1] - m_X[widest]) widest = k;
+    m_Proposal = 0.5 * (m_X[widest] + m_X[widest + 1]);
     return;
   }
   m_Estimate = 0.0;
@@ -101,7 +123,10 @@ void CAdaptiveInterp::Evaluate(const std::vector<Complex>& weights, double f,
 double CAdaptiveInterp::ScaledDifference(const std::vector<Complex>& a,
                                          const std::vector<Complex>& b) const {
   double worst = 0.0;
-  for (size_t e = 0; e < a.size(); ++e) worst = std::max(worst, abs(a[e] - b[e]) * m_Scales[e]);
+  // Squared magnitudes until the end: this runs over every value at every
+  // probe point.
+  for (size_t e = 0; e < a.size(); ++e) worst = std::max(worst, norm(a[e] - b[e]) * (m_Scales[e] * m_Scales[e]));
+  worst = std::sqrt(worst);
   return worst / (m_Magnitude > 0.0 ? m_Magnitude : 1.0);
 }
 

@@ -28,6 +28,12 @@ class CAdaptiveInterp {
   // Adds a solved sample and refits; a frequency already held is ignored.
   void AddSample(double frequency, std::vector<Complex> values);
 
+  // Adds many samples with one fit instead of one per sample (a range cut
+  // in two starts this way). There is no previous model to compare with and
+  // no prediction error yet, so the range proposes the middle of its widest
+  // gap and needs two more samples before it can be done.
+  void AddSamples(std::vector<std::pair<double, std::vector<Complex>>> samples);
+
   int GetBasisSize() const { return static_cast<int>(m_X.size()); }
   // Solved frequencies, ascending.
   const std::vector<double>& GetFrequencies() const { return m_X; }
@@ -70,6 +76,8 @@ class CAdaptiveInterp {
   void Evaluate(const std::vector<Complex>& weights, double f, std::vector<Complex>& out) const;
   double ScaledDifference(const std::vector<Complex>& a, const std::vector<Complex>& b) const;
   void Refit(size_t added);
+  std::vector<Complex> Fit() const;
+  void Insert(double frequency, std::vector<Complex> values, size_t& at);
 
   double m_Low, m_High;
   std::vector<double> m_Scales;

@@ -111,7 +111,7 @@ Denominator FitDenominator(const std::vector<double>& t, const std::vector<Compl
     for (size_t k = 0; k < N; ++k) {
       if (chosen[k]) continue;
       double r = 0.0;
-      for (size_t e = 0; e < E; ++e) r = std::max(r, abs(f(e, k) - R[e * N + k]));
+      for (size_t e = 0; e < E; ++e) r = std::max(r, norm(f(e, k) - R[e * N + k]));
       if (r > worst) worst = r, next = k;
     }
     chosen[next] = true;
@@ -149,9 +149,10 @@ Denominator FitDenominator(const std::vector<double>& t, const std::vector<Compl
         for (int s = 0; s < m; ++s)
           num += c[static_cast<size_t>(s)] * f(e, static_cast<size_t>(fit.support[static_cast<size_t>(s)]));
         R[e * N + k] = num / den;
-        residual = std::max(residual, abs(f(e, k) - R[e * N + k]));
+        residual = std::max(residual, norm(f(e, k) - R[e * N + k]));
       }
     }
+    residual = std::sqrt(residual);  // squared magnitudes above
     fit.errors.push_back(residual / scale);
     if (residual <= options.tolerance * scale) break;
   }
@@ -198,7 +199,8 @@ BarycentricFit FitBarycentricWeights(const std::vector<double>& x,
   const int n = values.front()->num_rows();
   double scale = 0.0;
   for (const TNT::CMatrix* m : values)
-    for (int e = 0; e < m->size(); ++e) scale = std::max(scale, abs(m->data()[e]));
+    for (int e = 0; e < m->size(); ++e) scale = std::max(scale, norm(m->data()[e]));
+  scale = std::sqrt(scale);
   const std::vector<int> entries = DistinctEntries(values, n, scale == 0.0 ? 1.0 : scale);
   std::vector<Complex> F(entries.size() * N);
   for (size_t e = 0; e < entries.size(); ++e)
@@ -222,7 +224,8 @@ BarycentricFit FitBarycentricData(const std::vector<double>& x, const std::vecto
   std::vector<double> t(N);
   for (size_t k = 0; k < N; ++k) t[k] = (x[k] - centre) / half;
   double scale = 0.0;
-  for (const Complex& v : F) scale = std::max(scale, abs(v));
+  for (const Complex& v : F) scale = std::max(scale, norm(v));
+  scale = std::sqrt(scale);
   if (scale == 0.0) scale = 1.0;
   const Denominator fit = FitDenominator(t, F, entries, scale, options);
   result.support = fit.support;

@@ -180,11 +180,20 @@ void CPartitionedRangeInterpolator::Split(int range, double at) {
   m_RangeInterpolators.insert(m_RangeInterpolators.begin() + range + 1, nullptr);
   m_NumRanges = static_cast<int>(m_Ranges.size());
   if (!parent) return;
-  // Each half is fitted again from the parent's samples, in ascending order.
-  for (int k = 0; k < parent->GetBasisSize(); ++k) {
-    const double f = parent->GetFrequencies()[static_cast<size_t>(k)];
-    if (!(f > at) || !Differs(f, at)) AddToRange(range, f, parent->GetSampleValues(k));
-    if (!(f < at) || !Differs(f, at)) AddToRange(range + 1, f, parent->GetSampleValues(k));
+  // Each half is fitted again from the parent's samples.
+  for (int half : {range, range + 1}) {
+    const Range& r = m_Ranges[static_cast<size_t>(half)];
+    std::vector<std::pair<double, std::vector<Complex>>> samples;
+    for (int k = 0; k < parent->GetBasisSize(); ++k) {
+      const double f = parent->GetFrequencies()[static_cast<size_t>(k)];
+      if ((f >= r.low || !Differs(f, r.low)) && (f <= r.high || !Differs(f, r.high)))
+        samples.emplace_back(f, parent->GetSampleValues(k));
+    }
+    auto& interp = m_RangeInterpolators[static_cast<size_t>(half)];
+    interp = std::make_unique<CAdaptiveInterp>(r.low, r.high, m_ValueScales, m_SEntries);
+    interp->AddSamples(std::move(samples));
+    const double magnitude = interp->GetNormalizingMagnitude();
+    interp->SetTolerance(std::fabs(magnitude) > 1e-30 ? r.tolerance / magnitude : r.tolerance);
   }
 }
 
