@@ -10,7 +10,9 @@
 #include "product/ExportNetworkDataCmd.h"
 #include "product/FrequencyList.h"
 #include "product/InfoCommand.h"
+#include "product/Devices.h"
 #include "product/InterpCommand.h"
+#include "product/SweepCommand.h"
 
 namespace {
 
@@ -171,6 +173,40 @@ int main(int argc, char** argv) {
       ->default_val(1)->check(CLI::PositiveNumber);
   interpCommand->add_option("--solution", interp.solution, "solution name (default: the first)");
   interpCommand->callback([&] { status = sparam::RunInterp(interp, std::cout, std::cerr); });
+
+  sparam::SweepCommandOptions sweep;
+  CLI::App* sweepCommand = app.add_subcommand(
+      "sweep",
+      "Interpolating sweep: solve a built-in device or an external solver at the frequencies a "
+      "rational model of the data asks for, until its estimated error meets --tol everywhere in "
+      "the band; every point is saved to the project as it arrives, and --resume continues a sweep "
+      "that stopped");
+  sweepCommand->add_option("--device", sweep.device, "built-in device to solve (see sparam devices)");
+  sweepCommand->add_option("--solver", sweep.solver,
+                           "command of a solver process speaking docs/solver-protocol.md");
+  sweepCommand->add_option("--start", sweep.start, "lowest frequency, e.g. 1GHz (default: the device's band)");
+  sweepCommand->add_option("--stop", sweep.stop, "highest frequency (default: the device's band)");
+  sweepCommand->add_option("--tol", sweep.tolerance, "largest error allowed in any S entry")
+      ->default_val(1e-3);
+  sweepCommand->add_option("--max-solves", sweep.maxSolves, "solve budget (default 100)")
+      ->check(CLI::PositiveNumber);
+  sweepCommand->add_option("--solve-timeout", sweep.solveTimeout,
+                           "seconds an external solver may take per frequency")
+      ->default_val(300)->check(CLI::PositiveNumber);
+  sweepCommand->add_option("-o,--output", sweep.output, "project file to create (.ndp)");
+  sweepCommand->add_option("--resume", sweep.resume, "project of a sweep to continue");
+  sweepCommand->callback([&] { status = sparam::RunSweepCommand(sweep, std::cout, std::cerr); });
+
+  CLI::App* devicesCommand =
+      app.add_subcommand("devices", "List the built-in devices that sparam sweep can solve");
+  devicesCommand->callback([&] { status = sparam::ListDevices(std::cout); });
+
+  std::string demoFolder = "demo-output";
+  CLI::App* demoCommand = app.add_subcommand(
+      "demo", "Sweep the built-in bandpass filter to 1e-3 and write a project, a Touchstone and a "
+              "MATLAB file; report the solves used and the true error");
+  demoCommand->add_option("--dir", demoFolder, "output folder")->default_val("demo-output");
+  demoCommand->callback([&] { status = sparam::RunDemo(demoFolder, std::cout, std::cerr); });
 
   CLI11_PARSE(app, argc, argv);
   return status;
