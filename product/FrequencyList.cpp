@@ -29,17 +29,31 @@ std::optional<double> ParseFrequency(std::string_view text) {
   double value = 0.0;
   const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (ec != std::errc() || end == text.data()) return std::nullopt;
+  const std::string_view number(text.data(), static_cast<size_t>(end - text.data()));
   const std::string_view unit = Trim(std::string_view(end, static_cast<size_t>(text.data() + text.size() - end)));
   static const struct {
     const char* name;
-    double scale;
-  } units[] = {{"", 1.0}, {"Hz", 1.0}, {"kHz", 1e3}, {"MHz", 1e6}, {"GHz", 1e9}, {"THz", 1e12}};
+    int exponent;
+  } units[] = {{"", 0}, {"Hz", 0}, {"kHz", 3}, {"MHz", 6}, {"GHz", 9}, {"THz", 12}};
   for (const auto& u : units) {
-    if (EqualsNoCase(unit, u.name)) {
-      const double hz = value * u.scale;
-      if (!std::isfinite(hz) || hz < 0.0) return std::nullopt;
-      return hz;
+    if (!EqualsNoCase(unit, u.name)) continue;
+    // The unit moves the decimal exponent, so "8.2GHz" is the double
+    // nearest to 8.2e9 (8.2 * 1e9 would round twice and miss it).
+    const size_t e = number.find_first_of("eE");
+    long exponent = u.exponent;
+    if (e != std::string_view::npos) {
+      long own = 0;
+      const auto [p, ec2] = std::from_chars(number.data() + e + 1 + (number[e + 1] == '+'),
+                                            number.data() + number.size(), own);
+      if (ec2 != std::errc() || p != number.data() + number.size()) return std::nullopt;
+      exponent += own;
     }
+    const std::string scaled = std::string(number.substr(0, e)) + "e" + std::to_string(exponent);
+    double hz = 0.0;
+    const auto [p, ec3] = std::from_chars(scaled.data(), scaled.data() + scaled.size(), hz);
+    if (ec3 != std::errc() || !std::isfinite(hz) || hz < 0.0)
+      return std::nullopt;
+    return hz;
   }
   return std::nullopt;
 }

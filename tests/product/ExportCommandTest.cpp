@@ -21,6 +21,9 @@ TEST(FrequencyList, ParsesUnitsRangesAndLists) {
   EXPECT_EQ(sparam::ParseFrequency(" 2.5 mhz "), 2.5e6);
   EXPECT_EQ(sparam::ParseFrequency("1e3"), 1e3);
   EXPECT_EQ(sparam::ParseFrequency("10 THz"), 1e13);
+  // The unit shifts the decimal exponent: one rounding, the nearest double.
+  EXPECT_EQ(sparam::ParseFrequency("8.2GHz"), 8.2e9);
+  EXPECT_EQ(sparam::ParseFrequency("0.1e-3 GHz"), 1e5);
   for (const char* bad : {"", "GHz", "1 GHzz", "-1GHz", "1 parsec", "nan"})
     EXPECT_FALSE(sparam::ParseFrequency(bad)) << bad;
 
