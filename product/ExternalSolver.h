@@ -10,6 +10,8 @@
 
 namespace sparam {
 
+// One object drives one process for one sweep; it is not for use from
+// several threads at once.
 class ExternalSolver : public ISweepSolver {
  public:
   // `command` runs through /bin/sh -c in a process group of its own; its

@@ -104,8 +104,6 @@ TEST_F(ExternalSolverTest, BrokenSolversFailWithAClearMessage) {
        true},
       {"hang", "read f; sleep 30", 0, 1,
        "solver answered no JSON within 1 s at 1.5 GHz (does it flush its output after each answer?)", true},
-      {"no newline", "read f; printf '{\"frequency\": 1.5e9'; sleep 30", 0, 1,
-       "solver answered no JSON within 1 s at 1.5 GHz (does it flush its output after each answer?)", true},
       {"garbage", "read f; echo 'Solver 2.1 ready'", 0, 10,
        "line 1 of the solver's output (answer for 1.5 GHz): expected one JSON object per line, got 'Solver 2.1 "
        "ready'",
@@ -124,8 +122,6 @@ TEST_F(ExternalSolverTest, BrokenSolversFailWithAClearMessage) {
        false},
       {"ragged", "read f; echo '{\"frequency\": 1.5e9, \"s\": [[[1, 0], [0, 0]], [[0, 0]]]}'", 0, 10,
        "line 1 of the solver's output (answer for 1.5 GHz): s[1] should be a row of 2 [re, im] pairs", false},
-      {"real entry", "read f; echo '{\"frequency\": 1.5e9, \"s\": [[0.5]]}'", 0, 10,
-       "line 1 of the solver's output (answer for 1.5 GHz): s[0][0] should be [re, im], got '0.5'", false},
       {"no frequency", "read f; echo '{\"s\": [[[0.5, 0]]]}'", 0, 10,
        "line 1 of the solver's output (answer for 1.5 GHz): expected \"frequency\": the solved frequency in Hz",
        false},
