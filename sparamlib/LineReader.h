@@ -28,15 +28,27 @@ class CLineReader {
   bool Next(std::string_view& line);
   // 1-based number of the line Next returned last.
   long LineNumber() const { return m_Line; }
+  // The buffered lines after the one Next returned last, up to and
+  // including the last line end in the buffer (empty when no whole line is
+  // buffered): a parser may read them in place, then Skip what it used.
+  // Valid until the next call of Next or Skip.
+  std::string_view WholeLines() const;
+  // Marks the first `bytes` of WholeLines(), `lines` whole lines, as read.
+  void Skip(size_t bytes, long lines) {
+    m_Text.remove_prefix(bytes);
+    m_Line += lines;
+  }
   // Empty, or why the file could not be opened or read.
   const std::string& error() const { return m_Error; }
 
  private:
   bool Fill();
+  void FindWholeEnd();
 
   int m_Fd = -1;
   std::string_view m_Text;  // unread text (memory) or unread buffer bytes
   std::vector<char> m_Buffer;
+  const char* m_WholeEnd = nullptr;  // past the last '\n' of the text or the buffer
   bool m_Eof = false;
   long m_Line = 0;
   std::string m_Error;
@@ -55,6 +67,16 @@ class CLineParser {
   // failure, a read error included.
   bool RunLines(CLineReader& lines);
   virtual void Line(std::string_view line) = 0;
+  // May take whole lines straight from `text` (the reader's WholeLines(),
+  // so it ends with '\n'; its first line is line `firstLine`) before they
+  // go through Line() one by one: returns the bytes of the lines it took and
+  // their count in `lines`. Taking none hands the next line to Line().
+  virtual size_t Lines(std::string_view text, long firstLine, long& lines) {
+    (void)text;
+    (void)firstLine;
+    lines = 0;
+    return 0;
+  }
   // Keeps the first failure only; `column` is 0-based.
   void Fail(size_t column, const std::string& what);
   void Stop() { m_Stopped = true; }
@@ -86,6 +108,14 @@ bool ForEachToken(std::string_view line, F&& f) {
     if (!f(Token{line.substr(start, i - start), start})) return false;
   }
 }
+
+// The number at the start of [p, end) when it is a short decimal that needs
+// no more than one exactly rounded operation (as programs write them): its
+// value in `value` and the end of the number (the first byte that can not
+// continue it). Null when it is no such number, which decides nothing: the
+// caller must then ask std::from_chars. Gives the very double from_chars
+// gives.
+const char* ScanShortNumber(const char* p, const char* end, double& value);
 
 // A whole token as a double (an optional leading '+' allowed, as printf
 // writes and C reads). False for anything else, or out of range.

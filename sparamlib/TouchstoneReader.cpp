@@ -4,7 +4,10 @@
 #include "sparamlib/TouchstoneReader.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <numbers>
 #include <optional>
 
@@ -461,7 +464,8 @@ class CTouchstoneParser : public CLineParser {
     // One- and two-ports hold a record on one line; larger matrices begin
     // every row on a new line.
     if (n <= 2) m_RowPairs.assign(1, static_cast<int>(m_Target.size()));
-    m_Values.reserve(2 * m_Target.size());
+    m_Values.assign(2 * m_Target.size(), 0.0);
+    m_Count = 0;
     m_Prepared = true;
     return true;
   }
@@ -503,7 +507,7 @@ class CTouchstoneParser : public CLineParser {
         RowTooLong(token);
         return false;
       }
-      m_Values.push_back(v);
+      m_Values[m_Count++] = v;
       if (++m_InRow == m_RowPairs[m_Row] * 2) {
         m_InRow = 0;
         ++m_Row;
@@ -545,14 +549,108 @@ class CTouchstoneParser : public CLineParser {
       Fail(token.column, "expected a frequency of 0 or more, found " + Quoted(token.text));
       return false;
     }
+    BeginRecord(v);
+    return true;
+  }
+
+  void BeginRecord(double frequency) {
     m_InRecord = true;
     m_RecordDone = false;
     m_RowDone = false;
     m_Row = 0;
     m_InRow = 0;
     m_RecordLine = m_Line;
-    m_Frequency = v;
-    m_Values.clear();
+    m_Frequency = frequency;
+    m_Count = 0;
+  }
+
+  // ---- Data in bulk -------------------------------------------------------
+  // The data lines of a big file come here straight from the reader's
+  // buffer: one pass over their bytes, each number written where the record
+  // keeps it, no line or token objects. A line is taken only when it holds
+  // nothing but numbers that fit the record's layout, which is checked
+  // before any state changes. The first line that needs more (a comment, a
+  // keyword, a frequency that does not increase, a token that is no number,
+  // a count that breaks the layout) is left untouched to Line(), which reads
+  // it as it reads any line, with the same messages.
+  size_t Lines(std::string_view text, long firstLine, long& lines) override {
+    lines = 0;
+    if (m_Stage != kNetwork || m_VectorPending) return 0;
+    const char* const begin = text.data();
+    const char* const end = begin + text.size();
+    const char* p = begin;
+    while (p != end && TakeLine(p, end, firstLine + lines)) ++lines;
+    return static_cast<size_t>(p - begin);
+  }
+
+  static bool Blank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+
+  // Past blanks, tabs and carriage returns, eight bytes at a time over the
+  // runs of blanks that pad the columns; the '\n' before `end` stops it.
+  static const char* SkipBlanks(const char* p, const char* end) {
+    if constexpr (std::endian::native == std::endian::little) {
+      while (end - p >= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, p, 8);
+        if (const std::uint64_t other = word ^ 0x2020202020202020ULL) {
+          p += std::countr_zero(other) / 8;
+          break;
+        }
+        p += 8;
+      }
+    }
+    while (Blank(*p)) ++p;
+    return p;
+  }
+
+  // One line from p (line number `line`); on success p moves past its '\n'.
+  bool TakeLine(const char*& p, const char* end, long line) {
+    const char* q = SkipBlanks(p, end);
+    if (*q == '\n') {
+      p = q + 1;
+      return true;
+    }
+    const bool starts = !m_InRecord;
+    const size_t rowValues = 2 * static_cast<size_t>(m_RowPairs[starts ? 0 : m_Row]);
+    const size_t room = starts ? rowValues : rowValues - static_cast<size_t>(m_InRow);
+    double* const out = m_Values.data() + (starts ? 0 : m_Count);
+    double frequency = 0.0;
+    bool needFrequency = starts;
+    size_t count = 0;
+    while (*q != '\n') {
+      double v;
+      const char* e = ScanShortNumber(q, end, v);
+      if (!e || !(Blank(*e) || *e == '\n')) {
+        for (e = q; !Blank(*e) && *e != '\n';) ++e;
+        if (!ParseNumber(std::string_view(q, static_cast<size_t>(e - q)), v)) return false;
+      }
+      if (needFrequency) {
+        frequency = v;
+        needFrequency = false;
+      } else {
+        if (count == room) return false;
+        out[count++] = v;
+      }
+      q = SkipBlanks(e, end);
+    }
+    if (m_Header.ports <= 2 && count != room) return false;  // such a record is one line
+    if (starts) {
+      if ((m_Records > 0 && !(frequency > m_LastFrequency)) || !std::isfinite(frequency) || frequency < 0.0)
+        return false;
+      m_Line = line;
+      FinishPending();
+      BeginRecord(frequency);
+    }
+    m_Count += count;
+    m_InRow += static_cast<int>(count);
+    if (static_cast<size_t>(m_InRow) == rowValues) {
+      m_InRow = 0;
+      if (++m_Row == m_RowPairs.size()) {
+        m_Line = line;
+        EndRecord();
+      }
+    }
+    p = q + 1;
     return true;
   }
 
@@ -579,12 +677,15 @@ class CTouchstoneParser : public CLineParser {
                                                      CNetworkData::ExactPoint);
     auto m = std::make_unique<CMatrix>(n, n);
     Complex* data = m->data();
-    const double* v = m_Values.data();
-    const bool triangle = m_Header.matrixFormat != TouchstoneHeader::kFull;
-    for (size_t k = 0; k < m_Target.size(); ++k) {
-      const Complex z = ToComplex(v[2 * k], v[2 * k + 1]);
-      data[m_Target[k]] = z;
-      if (triangle) data[m_Mirror[k]] = z;
+    switch (m_Header.format) {
+      case kRealImaginary:
+        Convert(data, [](double a, double b) { return Complex(a, b); });
+        break;
+      case kDbAngle:
+        Convert(data, [](double a, double b) { return Polar(std::pow(10.0, a / 20.0), b); });
+        break;
+      default:
+        Convert(data, Polar);
     }
     Store(*point, std::move(m));
     m_Pending = std::move(point);
@@ -594,16 +695,22 @@ class CTouchstoneParser : public CLineParser {
     m_RecordDone = false;
   }
 
-  Complex ToComplex(double a, double b) const {
-    switch (m_Header.format) {
-      case kRealImaginary:
-        return Complex(a, b);
-      case kDbAngle:
-        a = std::pow(10.0, a / 20.0);
-        [[fallthrough]];
-      default:
-        return Complex(a * std::cos(b * kDegree), a * std::sin(b * kDegree));
+  // Magnitude and angle in degrees (the compiler makes one sincos of it).
+  static Complex Polar(double magnitude, double degrees) {
+    const double radians = degrees * kDegree;
+    return Complex(magnitude * std::cos(radians), magnitude * std::sin(radians));
+  }
+
+  // The record's pairs into the matrix, the format chosen once per record.
+  template <class F>
+  void Convert(Complex* data, F&& toComplex) const {
+    const double* v = m_Values.data();
+    const size_t pairs = m_Target.size();
+    if (m_Header.matrixFormat == TouchstoneHeader::kFull) {
+      for (size_t k = 0; k < pairs; ++k) data[m_Target[k]] = toComplex(v[2 * k], v[2 * k + 1]);
+      return;
     }
+    for (size_t k = 0; k < pairs; ++k) data[m_Target[k]] = data[m_Mirror[k]] = toComplex(v[2 * k], v[2 * k + 1]);
   }
 
   // Stores the matrix as the kind the file holds. Version 1 files hold Y,
@@ -708,10 +815,10 @@ class CTouchstoneParser : public CLineParser {
   // A keyword or the end of the file ends the data: a record must be whole.
   void EndOfData() {
     if (m_InRecord) {
-      const size_t pairs = m_Values.size() / 2;
+      const size_t pairs = m_Count / 2;
       Fail(0, "the record for frequency " + FrequencyText(m_Frequency) + " that begins at line " +
                   std::to_string(m_RecordLine) + " ends early: expected " + Pairs(m_Target.size()) + ", found " +
-                  std::to_string(pairs) + (m_Values.size() % 2 ? " and a half" : ""));
+                  std::to_string(pairs) + (m_Count % 2 ? " and a half" : ""));
       return;
     }
     FinishPending();
@@ -811,7 +918,8 @@ class CTouchstoneParser : public CLineParser {
   long m_RecordLine = 0;
   double m_Frequency = 0.0;
   double m_LastFrequency = 0.0;
-  std::vector<double> m_Values;
+  std::vector<double> m_Values;  // the record's numbers after its frequency
+  size_t m_Count = 0;            // how many of them are read
   int m_Records = 0;
   std::unique_ptr<CNetworkModalData> m_Pending;  // last point, until its comment lines are read
   // "! Gamma" / "! Port Impedance" values being gathered.
