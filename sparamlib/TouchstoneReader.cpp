@@ -11,6 +11,10 @@
 #include <numbers>
 #include <optional>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "sparamlib/LineReader.h"
 #include "sparamlib/NetworkModalData.h"
 
@@ -22,7 +26,178 @@ using TNT::CMatrix;
 using TNT::CVector;
 
 constexpr double kDefaultReference = 50.0;
+
+// ---- Sine and cosine of angles in degrees ------------------------------
+// MA and DB pairs need both for every value: a libm sincos costs some 20 ns,
+// as much as all the rest of reading a value. Here the angle is reduced in
+// degrees, where it is exact (x - 90 k for a whole k), so 90, 180 or -270
+// degrees give exact zeros and ones, and only the remainder, at most 45
+// degrees, goes to radians; sine and cosine of it are the minimax
+// polynomials of the classic freely distributed kernels (below 1 ulp on
+// [-pi/4, pi/4]). Two angles at a time with SSE2, the same operations in
+// the same order otherwise, so the bits do not depend on the path.
+constexpr double kRound = 0x1.8p52;  // added and taken away: rounds to a whole number
 constexpr double kDegree = std::numbers::pi / 180.0;
+constexpr double kS1 = -1.66666666666666324348e-01, kS2 = 8.33333333332248946124e-03,
+                 kS3 = -1.98412698298579493134e-04, kS4 = 2.75573137070700676789e-06,
+                 kS5 = -2.50507602534068634195e-08, kS6 = 1.58969099521155010221e-10;
+constexpr double kC1 = 4.16666666666666019037e-02, kC2 = -1.38888888888741095749e-03,
+                 kC3 = 2.48015872894767294178e-05, kC4 = -2.75573143513906633035e-07,
+                 kC5 = 2.08757232129817482790e-09, kC6 = -1.13596475577881948265e-11;
+// Below this the reduction is exact and the quadrant a small whole number.
+constexpr double kReducible = 0x1p50;
+
+double Abs(double x) { return std::fabs(x); }
+// A zero sine takes the sign of the angle (as sin(-0) is -0); a zero
+// cosine is +0.
+[[maybe_unused]] double ZeroSine(double sine, double angle) { return sine == 0.0 ? std::copysign(0.0, angle) : sine; }
+
+#if defined(__SSE2__)
+struct Two {
+  Two() = default;
+  Two(__m128d x) : v(x) {}  // NOLINT: a register is a Two
+  explicit Two(double x) : v(_mm_set1_pd(x)) {}
+  __m128d v;
+};
+Two operator+(double a, Two b) { return {_mm_add_pd(_mm_set1_pd(a), b.v)}; }
+Two operator+(Two a, Two b) { return {_mm_add_pd(a.v, b.v)}; }
+Two operator-(Two a, Two b) { return {_mm_sub_pd(a.v, b.v)}; }
+Two operator*(Two a, Two b) { return {_mm_mul_pd(a.v, b.v)}; }
+Two operator+(Two a, double b) { return {_mm_add_pd(a.v, _mm_set1_pd(b))}; }
+Two operator-(double a, Two b) { return {_mm_sub_pd(_mm_set1_pd(a), b.v)}; }
+Two operator*(double a, Two b) { return {_mm_mul_pd(_mm_set1_pd(a), b.v)}; }
+Two operator*(Two a, double b) { return {_mm_mul_pd(a.v, _mm_set1_pd(b))}; }
+Two Abs(Two x) { return {_mm_andnot_pd(_mm_set1_pd(-0.0), x.v)}; }
+Two ZeroSine(Two sine, Two angle) {
+  const __m128d zero = _mm_cmpeq_pd(sine.v, _mm_setzero_pd());
+  return {_mm_or_pd(_mm_andnot_pd(zero, sine.v), _mm_and_pd(zero, _mm_and_pd(angle.v, _mm_set1_pd(-0.0))))};
+}
+#endif
+
+// Sine and cosine of `degrees` (|degrees| < kReducible), for double or Two.
+template <class T>
+void SinCosReduced(T degrees, T& sine, T& cosine) {
+  const T k = (degrees * (1.0 / 90.0) + kRound) - T(kRound);
+  const T t = (degrees - k * 90.0) * kDegree;  // the remainder is exact; |t| <= pi/4
+  const T z = t * t, w = z * z;
+  const T s = t + z * t * (kS1 + z * (kS2 + z * (kS3 + z * kS4) + z * w * (kS5 + z * kS6)));
+  const T r = z * (kC1 + z * (kC2 + z * kC3)) + w * w * (kC4 + z * (kC5 + z * kC6));
+  const T half = 0.5 * z, a = 1.0 - half;
+  const T c = a + (((1.0 - a) - half) + z * r);
+  // Quadrant q = k mod 4 as -2..2 (2 and -2 alike): the sine is s, c, -s or
+  // -c, the cosine c, -s, -c or s. The factors are 0 or +-1, so exact.
+  const T quarter = k * 0.25;
+  const T q = (quarter - ((quarter + kRound) - T(kRound))) * 4.0;
+  const T along = 1.0 - Abs(q), across = q * (2.0 - Abs(q));
+  sine = ZeroSine(s * along + c * across, degrees);
+  cosine = (c * along - s * across) + 0.0;
+}
+
+double SinCosOne(double degrees, double& cosine) {
+  if (!std::isfinite(degrees)) {
+    cosine = degrees - degrees;  // NaN, as sin and cos give
+    return cosine;
+  }
+  if (!(Abs(degrees) < kReducible)) degrees = std::fmod(degrees, 360.0);  // exact
+  double sine;
+#if defined(__SSE2__)
+  Two s, c;
+  SinCosReduced(Two{_mm_set1_pd(degrees)}, s, c);
+  sine = _mm_cvtsd_f64(s.v);
+  cosine = _mm_cvtsd_f64(c.v);
+#else
+  SinCosReduced(degrees, sine, cosine);
+#endif
+  return sine;
+}
+
+}  // namespace
+
+void SinCosDegrees(const double* degrees, size_t n, double* sine, double* cosine) {
+  size_t k = 0;
+#if defined(__SSE2__)
+  for (; k + 2 <= n; k += 2) {
+    const Two x{_mm_loadu_pd(degrees + k)};
+    Two s, c;
+    SinCosReduced(x, s, c);
+    _mm_storeu_pd(sine + k, s.v);
+    _mm_storeu_pd(cosine + k, c.v);
+    // Angles beyond the reduction (never met in data) once more, alone.
+    if (_mm_movemask_pd(_mm_cmplt_pd(Abs(x).v, _mm_set1_pd(kReducible))) != 3) {
+      sine[k] = SinCosOne(degrees[k], cosine[k]);
+      sine[k + 1] = SinCosOne(degrees[k + 1], cosine[k + 1]);
+    }
+  }
+#endif
+  for (; k < n; ++k) sine[k] = SinCosOne(degrees[k], cosine[k]);
+}
+
+namespace {
+
+// ---- Numbers of known length -------------------------------------------
+// Bytes that ShortDecimal may read from a token's start: the token (at most
+// 16 bytes) and the eight-byte words after its decimal point.
+constexpr std::ptrdiff_t kTokenReach = 40;
+
+constexpr double kExactPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                   1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16};
+constexpr std::uint64_t kTens[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
+
+// The first n (0 to 8) digits at p as a number: moved to the top bytes of a
+// word (zeros before them), then combined in pairs, fours and eights by
+// three multiplications.
+std::uint64_t Digits(const char* p, int n) {
+  std::uint64_t w;
+  std::memcpy(&w, p, 8);
+  const int shift = 4 * (8 - n);  // twice, since a shift by 64 is undefined
+  w = ((w << shift) << shift) & 0x0F0F0F0F0F0F0F0FULL;
+  w = (w * 2561) >> 8;
+  w = ((w & 0x00FF00FF00FF00FFULL) * 6553601) >> 16;
+  return ((w & 0x0000FFFF0000FFFFULL) * 42949672960001ULL) >> 32;
+}
+
+// The token [p, p + length) when it is an optional sign, digits and at most
+// one decimal point, up to 16 bytes, with no more than 8 digits before the
+// point: the form nearly every number of a data file takes. kTokenReach
+// bytes from p must be readable. Where the digits make a whole number below
+// 2^53, it and the power of ten are exact doubles and one division rounds
+// correctly (Clinger's fast path): the very double std::from_chars gives.
+// False when the token is anything else, which decides nothing. The sign,
+// the point and the digit counts come from bit masks of the token's bytes,
+// not from a loop that ends at a different digit for every number.
+bool ShortDecimal(const char* p, int length, double& value) {
+#if defined(__SSE2__)
+  if (length > 16) return false;
+  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  const __m128i values = _mm_sub_epi8(bytes, _mm_set1_epi8('0'));
+  const auto digits = static_cast<unsigned>(
+      _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_min_epu8(values, _mm_set1_epi8(9)), values)));
+  const unsigned token = (1u << length) - 1;
+  const unsigned points = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('.')))) & token;
+  const bool sign = *p == '-' || *p == '+';
+  if (((digits | points | static_cast<unsigned>(sign)) & token) != token || (points & (points - 1)) != 0)
+    return false;
+  const int first = sign ? 1 : 0;
+  const int point = points ? std::countr_zero(points) : length;
+  const int whole = point - first;
+  const int fraction = points ? length - point - 1 : 0;
+  if (whole > 8 || whole + fraction == 0) return false;
+  const int high = fraction < 8 ? fraction : 8;
+  std::uint64_t mantissa = Digits(p + first, whole) * kTens[high] + Digits(p + point + 1, high);
+  if (fraction > 8) {
+    mantissa = mantissa * kTens[fraction - 8] + Digits(p + point + 9, fraction - 8);
+    if (mantissa > (std::uint64_t{1} << 53)) return false;
+  }
+  value = static_cast<double>(mantissa) / kExactPowers[fraction];
+  if (*p == '-') value = -value;
+  return true;
+#else
+  (void)p;
+  (void)length;
+  (void)value;
+  return false;
+#endif
+}
 
 // A frequency as the file writes it, for messages.
 std::string FrequencyText(double value) { return AString::Format("%.10g", value); }
@@ -465,6 +640,11 @@ class CTouchstoneParser : public CLineParser {
     // every row on a new line.
     if (n <= 2) m_RowPairs.assign(1, static_cast<int>(m_Target.size()));
     m_Values.assign(2 * m_Target.size(), 0.0);
+    m_Cos.resize(m_Target.size());
+    m_Sin.resize(m_Target.size());
+    const size_t most = 2 * static_cast<size_t>(*std::max_element(m_RowPairs.begin(), m_RowPairs.end())) + 1;
+    m_Firsts.resize(most + 64);
+    m_Lasts.resize(most + 64);
     m_Count = 0;
     m_Prepared = true;
     return true;
@@ -583,57 +763,88 @@ class CTouchstoneParser : public CLineParser {
     return static_cast<size_t>(p - begin);
   }
 
-  static bool Blank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
-
-  // Past blanks, tabs and carriage returns, eight bytes at a time over the
-  // runs of blanks that pad the columns; the '\n' before `end` stops it.
-  static const char* SkipBlanks(const char* p, const char* end) {
-    if constexpr (std::endian::native == std::endian::little) {
-      while (end - p >= 8) {
-        std::uint64_t word;
-        std::memcpy(&word, p, 8);
-        if (const std::uint64_t other = word ^ 0x2020202020202020ULL) {
-          p += std::countr_zero(other) / 8;
-          break;
-        }
-        p += 8;
-      }
+  // Bit i of `blanks` set where p[i] is a blank, tab or carriage return,
+  // of `ends` where it is '\n', over the 64 bytes from p.
+  static void Masks(const char* p, std::uint64_t& blanks, std::uint64_t& ends) {
+    blanks = ends = 0;
+#if defined(__SSE2__)
+    for (int k = 0; k < 4; ++k) {
+      const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * k));
+      const __m128i blank = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(x, _mm_set1_epi8(' ')),
+                                                      _mm_cmpeq_epi8(x, _mm_set1_epi8('\t'))),
+                                         _mm_cmpeq_epi8(x, _mm_set1_epi8('\r')));
+      blanks |= std::uint64_t{static_cast<std::uint16_t>(_mm_movemask_epi8(blank))} << (16 * k);
+      ends |= std::uint64_t{static_cast<std::uint16_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_set1_epi8('\n'))))}
+              << (16 * k);
     }
-    while (Blank(*p)) ++p;
-    return p;
+#else
+    for (int i = 0; i < 64; ++i) {
+      blanks |= std::uint64_t{p[i] == ' ' || p[i] == '\t' || p[i] == '\r'} << i;
+      ends |= std::uint64_t{p[i] == '\n'} << i;
+    }
+#endif
   }
 
   // One line from p (line number `line`); on success p moves past its '\n'.
+  // First the bounds of its tokens, from bit masks of 64 bytes at a time
+  // (no loop that stops at a different byte for every token), then their
+  // numbers: each parsed knowing where it ends, so the numbers of a line
+  // are independent work the processor overlaps, not a chain where each
+  // waits for the end of the last.
   bool TakeLine(const char*& p, const char* end, long line) {
-    const char* q = SkipBlanks(p, end);
-    if (*q == '\n') {
-      p = q + 1;
-      return true;
-    }
     const bool starts = !m_InRecord;
     const size_t rowValues = 2 * static_cast<size_t>(m_RowPairs[starts ? 0 : m_Row]);
-    const size_t room = starts ? rowValues : rowValues - static_cast<size_t>(m_InRow);
+    const size_t room = starts ? rowValues + 1 : rowValues - static_cast<size_t>(m_InRow);
+    const char** const firsts = m_Firsts.data();
+    const char** const lasts = m_Lasts.data();
+    size_t tokens = 0, ended = 0;
+    std::uint64_t before = 1;  // whether the byte before the chunk is a blank
+    const char* lineEnd = nullptr;
+    for (const char* base = p; !lineEnd; base += 64) {
+      std::uint64_t blanks, ends;
+      if (end - base >= 64) {
+        Masks(base, blanks, ends);
+      } else {
+        char tail[64];
+        std::memset(tail, '\n', sizeof tail);
+        std::memcpy(tail, base, static_cast<size_t>(end - base));
+        Masks(tail, blanks, ends);
+      }
+      if (ends) {
+        const int at = std::countr_zero(ends);
+        lineEnd = base + at;
+        blanks |= ~std::uint64_t{0} << at;  // the line end and what follows end the last token
+      }
+      const std::uint64_t startBits = ~blanks & ((blanks << 1) | before);
+      const std::uint64_t endBits = blanks & ~((blanks << 1) | before);
+      // Room for 64 more bounds than a line may hold: a chunk's bounds are
+      // stored before the count is checked.
+      for (std::uint64_t bits = startBits; bits; bits &= bits - 1) firsts[tokens++] = base + std::countr_zero(bits);
+      for (std::uint64_t bits = endBits; bits; bits &= bits - 1) lasts[ended++] = base + std::countr_zero(bits);
+      if (tokens > room) return false;
+      before = blanks >> 63;
+    }
+    if (tokens == 0) {  // a blank line
+      p = lineEnd + 1;
+      return true;
+    }
+    if (m_Header.ports <= 2 && tokens != room) return false;  // such a record is one line
+    const size_t skip = starts ? 1 : 0;
     double* const out = m_Values.data() + (starts ? 0 : m_Count);
     double frequency = 0.0;
-    bool needFrequency = starts;
-    size_t count = 0;
-    while (*q != '\n') {
+    for (size_t k = 0; k < tokens; ++k) {
+      const char* const first = firsts[k];
+      const auto length = static_cast<size_t>(lasts[k] - first);
       double v;
-      const char* e = ScanShortNumber(q, end, v);
-      if (!e || !(Blank(*e) || *e == '\n')) {
-        for (e = q; !Blank(*e) && *e != '\n';) ++e;
-        if (!ParseNumber(std::string_view(q, static_cast<size_t>(e - q)), v)) return false;
-      }
-      if (needFrequency) {
+      if (!(end - first >= kTokenReach && ShortDecimal(first, static_cast<int>(length), v)) &&
+          !ParseNumber(std::string_view(first, length), v))
+        return false;
+      if (starts && k == 0) {
         frequency = v;
-        needFrequency = false;
       } else {
-        if (count == room) return false;
-        out[count++] = v;
+        out[k - skip] = v;
       }
-      q = SkipBlanks(e, end);
     }
-    if (m_Header.ports <= 2 && count != room) return false;  // such a record is one line
     if (starts) {
       if ((m_Records > 0 && !(frequency > m_LastFrequency)) || !std::isfinite(frequency) || frequency < 0.0)
         return false;
@@ -641,6 +852,7 @@ class CTouchstoneParser : public CLineParser {
       FinishPending();
       BeginRecord(frequency);
     }
+    const size_t count = tokens - skip;
     m_Count += count;
     m_InRow += static_cast<int>(count);
     if (static_cast<size_t>(m_InRow) == rowValues) {
@@ -650,7 +862,7 @@ class CTouchstoneParser : public CLineParser {
         EndRecord();
       }
     }
-    p = q + 1;
+    p = lineEnd + 1;
     return true;
   }
 
@@ -677,15 +889,14 @@ class CTouchstoneParser : public CLineParser {
                                                      CNetworkData::ExactPoint);
     auto m = std::make_unique<CMatrix>(n, n);
     Complex* data = m->data();
-    switch (m_Header.format) {
-      case kRealImaginary:
-        Convert(data, [](double a, double b) { return Complex(a, b); });
-        break;
-      case kDbAngle:
-        Convert(data, [](double a, double b) { return Polar(std::pow(10.0, a / 20.0), b); });
-        break;
-      default:
-        Convert(data, Polar);
+    const double* v = m_Values.data();
+    if (m_Header.format == kRealImaginary) {
+      Convert(data, [v](size_t k) { return Complex(v[2 * k], v[2 * k + 1]); });
+    } else {
+      Angles();
+      const double* c = m_Cos.data();
+      const double* s = m_Sin.data();
+      Convert(data, [v, c, s](size_t k) { return Complex(v[2 * k] * c[k], v[2 * k] * s[k]); });
     }
     Store(*point, std::move(m));
     m_Pending = std::move(point);
@@ -695,22 +906,27 @@ class CTouchstoneParser : public CLineParser {
     m_RecordDone = false;
   }
 
-  // Magnitude and angle in degrees (the compiler makes one sincos of it).
-  static Complex Polar(double magnitude, double degrees) {
-    const double radians = degrees * kDegree;
-    return Complex(magnitude * std::cos(radians), magnitude * std::sin(radians));
+  // Cosine and sine of every angle of the record, and dB turned into
+  // magnitudes in place.
+  void Angles() {
+    double* v = m_Values.data();
+    const size_t pairs = m_Target.size();
+    for (size_t k = 0; k < pairs; ++k) m_Cos[k] = v[2 * k + 1];
+    SinCosDegrees(m_Cos.data(), pairs, m_Sin.data(), m_Cos.data());
+    if (m_Header.format == kDbAngle)
+      for (size_t k = 0; k < pairs; ++k) v[2 * k] = std::pow(10.0, v[2 * k] / 20.0);
   }
 
-  // The record's pairs into the matrix, the format chosen once per record.
+  // The record's pairs into the matrix: pair(k) is the k-th complex value.
   template <class F>
-  void Convert(Complex* data, F&& toComplex) const {
-    const double* v = m_Values.data();
+  void Convert(Complex* data, F&& pair) const {
     const size_t pairs = m_Target.size();
+    const int* target = m_Target.data();
     if (m_Header.matrixFormat == TouchstoneHeader::kFull) {
-      for (size_t k = 0; k < pairs; ++k) data[m_Target[k]] = toComplex(v[2 * k], v[2 * k + 1]);
+      for (size_t k = 0; k < pairs; ++k) data[target[k]] = pair(k);
       return;
     }
-    for (size_t k = 0; k < pairs; ++k) data[m_Target[k]] = data[m_Mirror[k]] = toComplex(v[2 * k], v[2 * k + 1]);
+    for (size_t k = 0; k < pairs; ++k) data[target[k]] = data[m_Mirror[k]] = pair(k);
   }
 
   // Stores the matrix as the kind the file holds. Version 1 files hold Y,
@@ -920,6 +1136,8 @@ class CTouchstoneParser : public CLineParser {
   double m_LastFrequency = 0.0;
   std::vector<double> m_Values;  // the record's numbers after its frequency
   size_t m_Count = 0;            // how many of them are read
+  std::vector<double> m_Cos, m_Sin;  // of the record's angles
+  std::vector<const char*> m_Firsts, m_Lasts;  // bounds of a line's tokens, in bulk
   int m_Records = 0;
   std::unique_ptr<CNetworkModalData> m_Pending;  // last point, until its comment lines are read
   // "! Gamma" / "! Port Impedance" values being gathered.
