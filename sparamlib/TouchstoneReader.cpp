@@ -76,7 +76,7 @@ Two ZeroSine(Two sine, Two angle) {
 
 // Sine and cosine of `degrees` (|degrees| < kReducible), for double or Two.
 template <class T>
-void SinCosReduced(T degrees, T& sine, T& cosine) {
+inline __attribute__((always_inline)) void SinCosReduced(T degrees, T& sine, T& cosine) {
   const T k = (degrees * (1.0 / 90.0) + kRound) - T(kRound);
   const T t = (degrees - k * 90.0) * kDegree;  // the remainder is exact; |t| <= pi/4
   const T z = t * t, w = z * z;
@@ -143,18 +143,27 @@ constexpr double kExactPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                    1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16};
 constexpr std::uint64_t kTens[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
 
-// The first n (0 to 8) digits at p as a number: moved to the top bytes of a
-// word (zeros before them), then combined in pairs, fours and eights by
-// three multiplications.
-std::uint64_t Digits(const char* p, int n) {
+#if defined(__SSE2__)
+// The first n (0 to 8) bytes at p moved to the top of a word, zeros before
+// them.
+std::uint64_t DigitWord(const char* p, int n) {
   std::uint64_t w;
   std::memcpy(&w, p, 8);
   const int shift = 4 * (8 - n);  // twice, since a shift by 64 is undefined
-  w = ((w << shift) << shift) & 0x0F0F0F0F0F0F0F0FULL;
-  w = (w * 2561) >> 8;
-  w = ((w & 0x00FF00FF00FF00FFULL) * 6553601) >> 16;
-  return ((w & 0x0000FFFF0000FFFFULL) * 42949672960001ULL) >> 32;
+  return (w << shift) << shift;
 }
+
+// Two words of eight digit characters (most significant first) as two
+// numbers: pairs, fours and eights combined, both words at once.
+void EightDigits(std::uint64_t a, std::uint64_t b, std::uint64_t& first, std::uint64_t& second) {
+  __m128i d = _mm_and_si128(_mm_set_epi64x(static_cast<long long>(b), static_cast<long long>(a)), _mm_set1_epi8(0x0F));
+  d = _mm_add_epi16(_mm_mullo_epi16(_mm_and_si128(d, _mm_set1_epi16(0xFF)), _mm_set1_epi16(10)), _mm_srli_epi16(d, 8));
+  d = _mm_madd_epi16(d, _mm_set1_epi32(0x00010064));  // 100 x the first pair + the second
+  d = _mm_add_epi64(_mm_mul_epu32(d, _mm_set1_epi64x(10000)), _mm_srli_epi64(d, 32));
+  first = static_cast<std::uint64_t>(_mm_cvtsi128_si64(d));
+  second = static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(d, d)));
+}
+#endif
 
 // The token [p, p + length) when it is an optional sign, digits and at most
 // one decimal point, up to 16 bytes, with no more than 8 digits before the
@@ -174,22 +183,28 @@ bool ShortDecimal(const char* p, int length, double& value) {
       _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_min_epu8(values, _mm_set1_epi8(9)), values)));
   const unsigned token = (1u << length) - 1;
   const unsigned points = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('.')))) & token;
-  const bool sign = *p == '-' || *p == '+';
-  if (((digits | points | static_cast<unsigned>(sign)) & token) != token || (points & (points - 1)) != 0)
-    return false;
-  const int first = sign ? 1 : 0;
+  const unsigned minus = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('-')))) & 1;
+  const unsigned plus = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('+')))) & 1;
+  const unsigned sign = minus | plus;
+  if (((digits | points | sign) & token) != token || (points & (points - 1)) != 0) return false;
+  const int first = static_cast<int>(sign);
   const int point = points ? std::countr_zero(points) : length;
   const int whole = point - first;
   const int fraction = points ? length - point - 1 : 0;
   if (whole > 8 || whole + fraction == 0) return false;
   const int high = fraction < 8 ? fraction : 8;
-  std::uint64_t mantissa = Digits(p + first, whole) * kTens[high] + Digits(p + point + 1, high);
+  std::uint64_t integer, decimals;
+  EightDigits(DigitWord(p + first, whole), DigitWord(p + point + 1, high), integer, decimals);
+  std::uint64_t mantissa = integer * kTens[high] + decimals;
   if (fraction > 8) {
-    mantissa = mantissa * kTens[fraction - 8] + Digits(p + point + 9, fraction - 8);
+    std::uint64_t more, unused;
+    EightDigits(DigitWord(p + point + 9, fraction - 8), 0, more, unused);
+    mantissa = mantissa * kTens[fraction - 8] + more;
     if (mantissa > (std::uint64_t{1} << 53)) return false;
   }
-  value = static_cast<double>(mantissa) / kExactPowers[fraction];
-  if (*p == '-') value = -value;
+  // The sign as its bit, not a branch: the angles' signs follow no pattern.
+  value = std::bit_cast<double>(std::bit_cast<std::uint64_t>(static_cast<double>(mantissa) / kExactPowers[fraction]) |
+                                std::uint64_t{minus} << 63);
   return true;
 #else
   (void)p;
