@@ -125,19 +125,20 @@ constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7
 // Below 2^53 every whole number is a double.
 constexpr std::uint64_t kExactDigits = std::uint64_t{1} << 53;
 
-}  // namespace
-
 // Clinger's fast path: when the decimal digits, read as a whole number, and
 // the power of ten are both exact doubles, one multiplication or division
 // rounds the value correctly, so it is the double from_chars gives. Up to
 // 19 digits fit an unsigned 64-bit number without overflow; whether they are
 // below 2^53 is checked once at the end, so leading zeros cost nothing.
+// Returns the end of the number, or null when it is no such number, which
+// decides nothing: the caller must then ask from_chars.
 const char* ScanShortNumber(const char* p, const char* end, double& value) {
   bool negative = false;
   if (p != end && (*p == '-' || *p == '+')) negative = *p++ == '-';
   std::uint64_t digits = 0;
   const char* const first = p;
-  while (p != end && static_cast<unsigned char>(*p - '0') < 10) digits = digits * 10 + static_cast<unsigned char>(*p++ - '0');
+  while (p != end && static_cast<unsigned char>(*p - '0') < 10)
+    digits = digits * 10 + static_cast<unsigned char>(*p++ - '0');
   int count = static_cast<int>(p - first);
   int exponent = 0;
   if (p != end && *p == '.') {
@@ -166,6 +167,8 @@ const char* ScanShortNumber(const char* p, const char* end, double& value) {
   if (negative) value = -value;
   return p;
 }
+
+}  // namespace
 
 bool ParseNumber(std::string_view token, double& value) {
   const char* first = token.data();

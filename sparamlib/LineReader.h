@@ -109,14 +109,6 @@ bool ForEachToken(std::string_view line, F&& f) {
   }
 }
 
-// The number at the start of [p, end) when it is a short decimal that needs
-// no more than one exactly rounded operation (as programs write them): its
-// value in `value` and the end of the number (the first byte that can not
-// continue it). Null when it is no such number, which decides nothing: the
-// caller must then ask std::from_chars. Gives the very double from_chars
-// gives.
-const char* ScanShortNumber(const char* p, const char* end, double& value);
-
 // A whole token as a double (an optional leading '+' allowed, as printf
 // writes and C reads). False for anything else, or out of range.
 bool ParseNumber(std::string_view token, double& value);

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <numbers>
 #include <optional>
 
@@ -34,8 +35,10 @@ constexpr double kDefaultReference = 50.0;
 // degrees give exact zeros and ones, and only the remainder, at most 45
 // degrees, goes to radians; sine and cosine of it are the minimax
 // polynomials of the classic freely distributed kernels (below 1 ulp on
-// [-pi/4, pi/4]). Two angles at a time with SSE2, the same operations in
-// the same order otherwise, so the bits do not depend on the path.
+// [-pi/4, pi/4]). Several angles at a time in vector registers: two, or
+// four where the processor has AVX; every lane does the same operations in
+// the same order (no fused multiply-add), so the bits never depend on the
+// path taken.
 constexpr double kRound = 0x1.8p52;  // added and taken away: rounds to a whole number
 constexpr double kDegree = std::numbers::pi / 180.0;
 constexpr double kS1 = -1.66666666666666324348e-01, kS2 = 8.33333333332248946124e-03,
@@ -47,49 +50,33 @@ constexpr double kC1 = 4.16666666666666019037e-02, kC2 = -1.38888888888741095749
 // Below this the reduction is exact and the quadrant a small whole number.
 constexpr double kReducible = 0x1p50;
 
-double Abs(double x) { return std::fabs(x); }
-// A zero sine takes the sign of the angle (as sin(-0) is -0); a zero
-// cosine is +0.
-[[maybe_unused]] double ZeroSine(double sine, double angle) { return sine == 0.0 ? std::copysign(0.0, angle) : sine; }
+using Two = double __attribute__((vector_size(16)));
+using TwoBits = std::int64_t __attribute__((vector_size(16)));
+using Four = double __attribute__((vector_size(32)));
+using FourBits = std::int64_t __attribute__((vector_size(32)));
 
-#if defined(__SSE2__)
-struct Two {
-  Two() = default;
-  Two(__m128d x) : v(x) {}  // NOLINT: a register is a Two
-  explicit Two(double x) : v(_mm_set1_pd(x)) {}
-  __m128d v;
-};
-Two operator+(double a, Two b) { return {_mm_add_pd(_mm_set1_pd(a), b.v)}; }
-Two operator+(Two a, Two b) { return {_mm_add_pd(a.v, b.v)}; }
-Two operator-(Two a, Two b) { return {_mm_sub_pd(a.v, b.v)}; }
-Two operator*(Two a, Two b) { return {_mm_mul_pd(a.v, b.v)}; }
-Two operator+(Two a, double b) { return {_mm_add_pd(a.v, _mm_set1_pd(b))}; }
-Two operator-(double a, Two b) { return {_mm_sub_pd(_mm_set1_pd(a), b.v)}; }
-Two operator*(double a, Two b) { return {_mm_mul_pd(_mm_set1_pd(a), b.v)}; }
-Two operator*(Two a, double b) { return {_mm_mul_pd(a.v, _mm_set1_pd(b))}; }
-Two Abs(Two x) { return {_mm_andnot_pd(_mm_set1_pd(-0.0), x.v)}; }
-Two ZeroSine(Two sine, Two angle) {
-  const __m128d zero = _mm_cmpeq_pd(sine.v, _mm_setzero_pd());
-  return {_mm_or_pd(_mm_andnot_pd(zero, sine.v), _mm_and_pd(zero, _mm_and_pd(angle.v, _mm_set1_pd(-0.0))))};
-}
-#endif
-
-// Sine and cosine of `degrees` (|degrees| < kReducible), for double or Two.
-template <class T>
-inline __attribute__((always_inline)) void SinCosReduced(T degrees, T& sine, T& cosine) {
-  const T k = (degrees * (1.0 / 90.0) + kRound) - T(kRound);
-  const T t = (degrees - k * 90.0) * kDegree;  // the remainder is exact; |t| <= pi/4
-  const T z = t * t, w = z * z;
-  const T s = t + z * t * (kS1 + z * (kS2 + z * (kS3 + z * kS4) + z * w * (kS5 + z * kS6)));
-  const T r = z * (kC1 + z * (kC2 + z * kC3)) + w * w * (kC4 + z * (kC5 + z * kC6));
-  const T half = 0.5 * z, a = 1.0 - half;
-  const T c = a + (((1.0 - a) - half) + z * r);
+// Sine and cosine of `degrees` (every lane below kReducible in magnitude).
+template <class V, class Bits>
+inline __attribute__((always_inline)) void SinCosLanes(const V& degrees, V& sine, V& cosine) {
+  const Bits signs = Bits{} + std::numeric_limits<std::int64_t>::min();
+  const V k = (degrees * (1.0 / 90.0) + kRound) - kRound;
+  const V t = (degrees - k * 90.0) * kDegree;  // the remainder is exact; |t| <= pi/4
+  const V z = t * t, w = z * z;
+  const V s = t + z * t * (kS1 + z * (kS2 + z * (kS3 + z * kS4) + z * w * (kS5 + z * kS6)));
+  const V r = z * (kC1 + z * (kC2 + z * kC3)) + w * w * (kC4 + z * (kC5 + z * kC6));
+  const V half = 0.5 * z, a = 1.0 - half;
+  const V c = a + (((1.0 - a) - half) + z * r);
   // Quadrant q = k mod 4 as -2..2 (2 and -2 alike): the sine is s, c, -s or
   // -c, the cosine c, -s, -c or s. The factors are 0 or +-1, so exact.
-  const T quarter = k * 0.25;
-  const T q = (quarter - ((quarter + kRound) - T(kRound))) * 4.0;
-  const T along = 1.0 - Abs(q), across = q * (2.0 - Abs(q));
-  sine = ZeroSine(s * along + c * across, degrees);
+  const V quarter = k * 0.25;
+  const V q = (quarter - ((quarter + kRound) - kRound)) * 4.0;
+  const V absolute = reinterpret_cast<V>(reinterpret_cast<Bits>(q) & ~signs);
+  const V along = 1.0 - absolute, across = q * (2.0 - absolute);
+  // A zero sine takes the sign of the angle (as sin(-0) is -0); a zero
+  // cosine is +0.
+  const V sv = s * along + c * across;
+  const Bits zero = sv == 0.0;
+  sine = reinterpret_cast<V>((reinterpret_cast<Bits>(sv) & ~zero) | (reinterpret_cast<Bits>(degrees) & signs & zero));
   cosine = (c * along - s * across) + 0.0;
 }
 
@@ -98,38 +85,51 @@ double SinCosOne(double degrees, double& cosine) {
     cosine = degrees - degrees;  // NaN, as sin and cos give
     return cosine;
   }
-  if (!(Abs(degrees) < kReducible)) degrees = std::fmod(degrees, 360.0);  // exact
-  double sine;
-#if defined(__SSE2__)
+  if (!(std::fabs(degrees) < kReducible)) degrees = std::fmod(degrees, 360.0);  // exact
   Two s, c;
-  SinCosReduced(Two{_mm_set1_pd(degrees)}, s, c);
-  sine = _mm_cvtsd_f64(s.v);
-  cosine = _mm_cvtsd_f64(c.v);
-#else
-  SinCosReduced(degrees, sine, cosine);
-#endif
-  return sine;
+  SinCosLanes<Two, TwoBits>(Two{degrees, degrees}, s, c);
+  cosine = c[0];
+  return s[0];
 }
+
+// n angles, `Lanes` at a time, the rest one by one.
+template <class V, class Bits>
+inline __attribute__((always_inline)) void SinCosMany(const double* degrees, size_t n, double* sine,
+                                                      double* cosine) {
+  constexpr size_t kLanes = sizeof(V) / sizeof(double);
+  size_t k = 0;
+  for (; k + kLanes <= n; k += kLanes) {
+    V x, s, c;
+    std::memcpy(&x, degrees + k, sizeof x);
+    SinCosLanes<V, Bits>(x, s, c);
+    std::memcpy(sine + k, &s, sizeof s);
+    std::memcpy(cosine + k, &c, sizeof c);
+    // Angles beyond the reduction (never met in data) once more, alone.
+    bool reducible = true;
+    for (size_t j = 0; j < kLanes; ++j) reducible &= std::fabs(x[j]) < kReducible;
+    if (!reducible)
+      for (size_t j = 0; j < kLanes; ++j) sine[k + j] = SinCosOne(x[j], cosine[k + j]);
+  }
+  for (; k < n; ++k) sine[k] = SinCosOne(degrees[k], cosine[k]);
+}
+
+#if defined(__x86_64__) || defined(__i386__)
+__attribute__((target("avx"))) void SinCosAvx(const double* degrees, size_t n, double* sine, double* cosine) {
+  SinCosMany<Four, FourBits>(degrees, n, sine, cosine);
+}
+#endif
 
 }  // namespace
 
 void SinCosDegrees(const double* degrees, size_t n, double* sine, double* cosine) {
-  size_t k = 0;
-#if defined(__SSE2__)
-  for (; k + 2 <= n; k += 2) {
-    const Two x{_mm_loadu_pd(degrees + k)};
-    Two s, c;
-    SinCosReduced(x, s, c);
-    _mm_storeu_pd(sine + k, s.v);
-    _mm_storeu_pd(cosine + k, c.v);
-    // Angles beyond the reduction (never met in data) once more, alone.
-    if (_mm_movemask_pd(_mm_cmplt_pd(Abs(x).v, _mm_set1_pd(kReducible))) != 3) {
-      sine[k] = SinCosOne(degrees[k], cosine[k]);
-      sine[k + 1] = SinCosOne(degrees[k + 1], cosine[k + 1]);
-    }
+#if defined(__x86_64__) || defined(__i386__)
+  static const bool avx = (__builtin_cpu_init(), __builtin_cpu_supports("avx"));
+  if (avx) {
+    SinCosAvx(degrees, n, sine, cosine);
+    return;
   }
 #endif
-  for (; k < n; ++k) sine[k] = SinCosOne(degrees[k], cosine[k]);
+  SinCosMany<Two, TwoBits>(degrees, n, sine, cosine);
 }
 
 namespace {
