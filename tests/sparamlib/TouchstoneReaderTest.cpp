@@ -413,6 +413,51 @@ TEST(TouchstoneReader, ReadsDataNumbersExactlyAsFromChars) {
   fs::remove(file);
 }
 
+// Data lines go through the buffer in bulk until a line needs a closer look
+// (a comment, a blank line, a trailing comment), which the line-by-line
+// path takes, mid-record too: the same data read either way, in any mix.
+TEST(TouchstoneReader, CommentsAndBlankLinesAnywhereChangeNothing) {
+  std::mt19937_64 rng(17);
+  std::uniform_real_distribution<double> value(-1.0, 1.0);
+  std::uniform_int_distribution<int> pick(0, 9);
+  std::string plain = "# GHz S MA\n", mixed = plain;
+  for (int f = 1; f <= 300; ++f) {
+    for (int row = 0; row < 5; ++row) {
+      for (int part = 0; part < 2; ++part) {  // rows wrapped after four pairs
+        std::string line = row == 0 && part == 0 ? std::to_string(f) : " ";
+        for (int pair = 0; pair < (part == 0 ? 4 : 1); ++pair) {
+          char number[64];
+          std::snprintf(number, sizeof number, " %.9g %.6f", std::fabs(value(rng)), 180.0 * value(rng));
+          line += number;
+        }
+        plain += line + "\n";
+        switch (pick(rng)) {
+          case 0: mixed += "! a comment line\n"; break;
+          case 1: mixed += "\n"; break;
+          case 2: mixed += " \t \r\n"; break;
+          default: break;
+        }
+        mixed += line + (pick(rng) == 0 ? " ! trailing\n" : "\n");
+      }
+    }
+  }
+  std::string error;
+  auto a = nd::ReadTouchstoneText(plain, "a.s5p", &error);
+  ASSERT_TRUE(a) << error;
+  auto b = nd::ReadTouchstoneText(mixed, "a.s5p", &error);
+  ASSERT_TRUE(b) << error;
+  ASSERT_EQ(a->GetNumFrequencies(), 300);
+  ASSERT_EQ(b->GetNumFrequencies(), 300);
+  auto it = b->GetFrequencyMap().begin();
+  for (const auto& [f, p] : a->GetFrequencyMap()) {
+    ASSERT_EQ(it->first, f);
+    const TNT::CMatrix& x = *p->GetSMatrix(false);
+    const TNT::CMatrix& y = *it++->second->GetSMatrix(false);
+    for (int i = 0; i < 5; ++i)
+      for (int j = 0; j < 5; ++j) ASSERT_TRUE(x[i][j] == y[i][j]) << f << " " << i << " " << j;
+  }
+}
+
 // MA and DB angles: sine and cosine within 2 ulp of the exact values (the
 // reference reduces the angle exactly too, then works in long double), and
 // exact where they are 0 or 1.
