@@ -1,7 +1,7 @@
 // Line-by-line input for the network-file readers: a file read in large
 // blocks (never held whole, so a big file costs a block of memory, not its
-// size) or text already in memory, and number tokens parsed with
-// std::from_chars.
+// size) or text already in memory, handed out a line at a time or as the
+// whole lines buffered; and number tokens parsed as std::from_chars does.
 #pragma once
 
 #include <cstddef>

@@ -1,6 +1,8 @@
 // Touchstone reading: one pass over the lines, a record's numbers gathered
 // into one reused buffer and turned into a point's matrix when the record is
-// complete, so the work per number is a from_chars call and a store.
+// complete. Plain data lines, the bulk of a big file, are parsed in place
+// in the read buffer (token bounds from byte masks, short decimals by their
+// own exact scanner); every other line goes through Line() one by one.
 #include "sparamlib/TouchstoneReader.h"
 
 #include <algorithm>
