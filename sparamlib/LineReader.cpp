@@ -18,7 +18,7 @@ constexpr size_t kBlockSize = size_t{1} << 20;
 
 }  // namespace
 
-CLineReader::CLineReader(std::string_view text) : m_Text(text), m_Eof(true) {}
+CLineReader::CLineReader(std::string_view text) : m_Text(text), m_Eof(true) { FindWholeEnd(); }
 
 CLineReader::CLineReader(const std::filesystem::path& path) {
   m_Fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -54,6 +54,7 @@ bool CLineReader::Fill() {
   }
   if (got == 0) m_Eof = true;
   m_Text = std::string_view(m_Buffer.data(), kept + static_cast<size_t>(got));
+  FindWholeEnd();
   return got > 0;
 }
 
@@ -77,9 +78,27 @@ bool CLineReader::Next(std::string_view& line) {
   }
 }
 
+// Once per block, so that asking for the whole lines costs nothing per line.
+void CLineReader::FindWholeEnd() {
+  const void* last = m_Text.empty() ? nullptr : ::memrchr(m_Text.data(), '\n', m_Text.size());
+  m_WholeEnd = last ? static_cast<const char*>(last) + 1 : nullptr;
+}
+
+std::string_view CLineReader::WholeLines() const {
+  if (m_Text.empty() || !m_WholeEnd || m_WholeEnd <= m_Text.data()) return {};
+  return std::string_view(m_Text.data(), static_cast<size_t>(m_WholeEnd - m_Text.data()));
+}
+
 bool CLineParser::RunLines(CLineReader& lines) {
   std::string_view line;
-  while (!m_Failed && !m_Stopped && lines.Next(line)) {
+  while (!m_Failed && !m_Stopped) {
+    if (const std::string_view whole = lines.WholeLines(); !whole.empty()) {
+      long taken = 0;
+      const size_t bytes = Lines(whole, lines.LineNumber() + 1, taken);
+      lines.Skip(bytes, taken);
+      if (m_Failed || m_Stopped) break;
+    }
+    if (!lines.Next(line)) break;
     m_Line = lines.LineNumber();
     Line(line);
   }
@@ -103,48 +122,50 @@ namespace {
 constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                    1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
-// The common case of files written by programs: at most 15 significant
-// digits and a small exponent. Then the digits and the power of ten are
-// both exact doubles and one multiplication or division rounds correctly
-// (Clinger's fast path), giving the very value from_chars gives. False
-// (nothing decided) for anything else.
-bool ParseSimple(const char* p, const char* end, double& value) {
+// Below 2^53 every whole number is a double.
+constexpr std::uint64_t kExactDigits = std::uint64_t{1} << 53;
+
+// Clinger's fast path: when the decimal digits, read as a whole number, and
+// the power of ten are both exact doubles, one multiplication or division
+// rounds the value correctly, so it is the double from_chars gives. Up to
+// 19 digits fit an unsigned 64-bit number without overflow; whether they are
+// below 2^53 is checked once at the end, so leading zeros cost nothing.
+// Returns the end of the number, or null when it is no such number, which
+// decides nothing: the caller must then ask from_chars.
+const char* ScanShortNumber(const char* p, const char* end, double& value) {
   bool negative = false;
   if (p != end && (*p == '-' || *p == '+')) negative = *p++ == '-';
   std::uint64_t digits = 0;
-  int significant = 0, exponent = 0;
-  bool any = false;
-  for (; p != end && *p >= '0' && *p <= '9'; ++p, any = true) {
-    if (digits == 0 && *p == '0') continue;
-    digits = digits * 10 + static_cast<unsigned>(*p - '0');
-    if (++significant > 15) return false;
-  }
+  const char* const first = p;
+  while (p != end && static_cast<unsigned char>(*p - '0') < 10)
+    digits = digits * 10 + static_cast<unsigned char>(*p++ - '0');
+  int count = static_cast<int>(p - first);
+  int exponent = 0;
   if (p != end && *p == '.') {
-    for (++p; p != end && *p >= '0' && *p <= '9'; ++p, any = true) {
-      --exponent;
-      if (digits == 0 && *p == '0') continue;
-      digits = digits * 10 + static_cast<unsigned>(*p - '0');
-      if (++significant > 15) return false;
-    }
+    const char* const fraction = ++p;
+    while (p != end && static_cast<unsigned char>(*p - '0') < 10)
+      digits = digits * 10 + static_cast<unsigned char>(*p++ - '0');
+    exponent = -static_cast<int>(p - fraction);
+    count -= exponent;
   }
-  if (!any) return false;
+  if (count == 0 || count > 19) return nullptr;
   if (p != end && (*p == 'e' || *p == 'E')) {
     ++p;
     bool negativeExponent = false;
     if (p != end && (*p == '-' || *p == '+')) negativeExponent = *p++ == '-';
-    if (p == end) return false;
+    if (p == end || static_cast<unsigned char>(*p - '0') >= 10) return nullptr;
     int e = 0;
-    for (; p != end && *p >= '0' && *p <= '9'; ++p) {
+    for (; p != end && static_cast<unsigned char>(*p - '0') < 10; ++p) {
       e = e * 10 + (*p - '0');
-      if (e > 1000) return false;
+      if (e > 1000) return nullptr;
     }
     exponent += negativeExponent ? -e : e;
   }
-  if (p != end || exponent < -22 || exponent > 22) return false;
+  if (digits > kExactDigits || exponent < -22 || exponent > 22) return nullptr;
   const double m = static_cast<double>(digits);
   value = exponent < 0 ? m / kExactPowers[-exponent] : m * kExactPowers[exponent];
   if (negative) value = -value;
-  return true;
+  return p;
 }
 
 }  // namespace
@@ -152,7 +173,7 @@ bool ParseSimple(const char* p, const char* end, double& value) {
 bool ParseNumber(std::string_view token, double& value) {
   const char* first = token.data();
   const char* last = first + token.size();
-  if (ParseSimple(first, last, value)) return true;
+  if (ScanShortNumber(first, last, value) == last && first != last) return true;
   // from_chars takes no '+'; a sign before another sign is no number.
   if (first != last && *first == '+') {
     ++first;

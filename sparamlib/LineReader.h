@@ -1,7 +1,7 @@
 // Line-by-line input for the network-file readers: a file read in large
 // blocks (never held whole, so a big file costs a block of memory, not its
-// size) or text already in memory, and number tokens parsed with
-// std::from_chars.
+// size) or text already in memory, handed out a line at a time or as the
+// whole lines buffered; and number tokens parsed as std::from_chars does.
 #pragma once
 
 #include <cstddef>
@@ -28,15 +28,27 @@ class CLineReader {
   bool Next(std::string_view& line);
   // 1-based number of the line Next returned last.
   long LineNumber() const { return m_Line; }
+  // The buffered lines after the one Next returned last, up to and
+  // including the last line end in the buffer (empty when no whole line is
+  // buffered): a parser may read them in place, then Skip what it used.
+  // Valid until the next call of Next or Skip.
+  std::string_view WholeLines() const;
+  // Marks the first `bytes` of WholeLines(), `lines` whole lines, as read.
+  void Skip(size_t bytes, long lines) {
+    m_Text.remove_prefix(bytes);
+    m_Line += lines;
+  }
   // Empty, or why the file could not be opened or read.
   const std::string& error() const { return m_Error; }
 
  private:
   bool Fill();
+  void FindWholeEnd();
 
   int m_Fd = -1;
   std::string_view m_Text;  // unread text (memory) or unread buffer bytes
   std::vector<char> m_Buffer;
+  const char* m_WholeEnd = nullptr;  // past the last '\n' of the text or the buffer
   bool m_Eof = false;
   long m_Line = 0;
   std::string m_Error;
@@ -55,6 +67,16 @@ class CLineParser {
   // failure, a read error included.
   bool RunLines(CLineReader& lines);
   virtual void Line(std::string_view line) = 0;
+  // May take whole lines straight from `text` (the reader's WholeLines(),
+  // so it ends with '\n'; its first line is line `firstLine`) before they
+  // go through Line() one by one: returns the bytes of the lines it took and
+  // their count in `lines`. Taking none hands the next line to Line().
+  virtual size_t Lines(std::string_view text, long firstLine, long& lines) {
+    (void)text;
+    (void)firstLine;
+    lines = 0;
+    return 0;
+  }
   // Keeps the first failure only; `column` is 0-based.
   void Fail(size_t column, const std::string& what);
   void Stop() { m_Stopped = true; }

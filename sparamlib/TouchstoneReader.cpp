@@ -1,12 +1,22 @@
 // Touchstone reading: one pass over the lines, a record's numbers gathered
 // into one reused buffer and turned into a point's matrix when the record is
-// complete, so the work per number is a from_chars call and a store.
+// complete. Plain data lines, the bulk of a big file, are parsed in place
+// in the read buffer (token bounds from byte masks, short decimals by their
+// own exact scanner); every other line goes through Line() one by one.
 #include "sparamlib/TouchstoneReader.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
 #include <numbers>
 #include <optional>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "sparamlib/LineReader.h"
 #include "sparamlib/NetworkModalData.h"
@@ -19,7 +29,192 @@ using TNT::CMatrix;
 using TNT::CVector;
 
 constexpr double kDefaultReference = 50.0;
+
+// ---- Sine and cosine of angles in degrees ------------------------------
+// MA and DB pairs need both for every value: a libm sincos costs some 20 ns,
+// as much as all the rest of reading a value. Here the angle is reduced in
+// degrees, where it is exact (x - 90 k for a whole k), so 90, 180 or -270
+// degrees give exact zeros and ones, and only the remainder, at most 45
+// degrees, goes to radians; sine and cosine of it are the minimax
+// polynomials of the classic freely distributed kernels (below 1 ulp on
+// [-pi/4, pi/4]). Several angles at a time in vector registers: two, or
+// four where the processor has AVX; every lane does the same operations in
+// the same order (no fused multiply-add), so the bits never depend on the
+// path taken.
+constexpr double kRound = 0x1.8p52;  // added and taken away: rounds to a whole number
 constexpr double kDegree = std::numbers::pi / 180.0;
+constexpr double kS1 = -1.66666666666666324348e-01, kS2 = 8.33333333332248946124e-03,
+                 kS3 = -1.98412698298579493134e-04, kS4 = 2.75573137070700676789e-06,
+                 kS5 = -2.50507602534068634195e-08, kS6 = 1.58969099521155010221e-10;
+constexpr double kC1 = 4.16666666666666019037e-02, kC2 = -1.38888888888741095749e-03,
+                 kC3 = 2.48015872894767294178e-05, kC4 = -2.75573143513906633035e-07,
+                 kC5 = 2.08757232129817482790e-09, kC6 = -1.13596475577881948265e-11;
+// Below this the reduction is exact and the quadrant a small whole number.
+constexpr double kReducible = 0x1p50;
+
+using Two = double __attribute__((vector_size(16)));
+using TwoBits = std::int64_t __attribute__((vector_size(16)));
+using Four = double __attribute__((vector_size(32)));
+using FourBits = std::int64_t __attribute__((vector_size(32)));
+
+// Sine and cosine of `degrees` (every lane below kReducible in magnitude).
+template <class V, class Bits>
+inline __attribute__((always_inline)) void SinCosLanes(const V& degrees, V& sine, V& cosine) {
+  const Bits signs = Bits{} + std::numeric_limits<std::int64_t>::min();
+  const V k = (degrees * (1.0 / 90.0) + kRound) - kRound;
+  const V t = (degrees - k * 90.0) * kDegree;  // the remainder is exact; |t| <= pi/4
+  const V z = t * t, w = z * z;
+  const V s = t + z * t * (kS1 + z * (kS2 + z * (kS3 + z * kS4) + z * w * (kS5 + z * kS6)));
+  const V r = z * (kC1 + z * (kC2 + z * kC3)) + w * w * (kC4 + z * (kC5 + z * kC6));
+  const V half = 0.5 * z, a = 1.0 - half;
+  const V c = a + (((1.0 - a) - half) + z * r);
+  // Quadrant q = k mod 4 as -2..2 (2 and -2 alike): the sine is s, c, -s or
+  // -c, the cosine c, -s, -c or s. The factors are 0 or +-1, so exact.
+  const V quarter = k * 0.25;
+  const V q = (quarter - ((quarter + kRound) - kRound)) * 4.0;
+  const V absolute = reinterpret_cast<V>(reinterpret_cast<Bits>(q) & ~signs);
+  const V along = 1.0 - absolute, across = q * (2.0 - absolute);
+  // A zero sine takes the sign of the angle (as sin(-0) is -0); a zero
+  // cosine is +0.
+  const V sv = s * along + c * across;
+  const Bits zero = sv == 0.0;
+  sine = reinterpret_cast<V>((reinterpret_cast<Bits>(sv) & ~zero) | (reinterpret_cast<Bits>(degrees) & signs & zero));
+  cosine = (c * along - s * across) + 0.0;
+}
+
+double SinCosOne(double degrees, double& cosine) {
+  if (!std::isfinite(degrees)) {
+    cosine = degrees - degrees;  // NaN, as sin and cos give
+    return cosine;
+  }
+  if (!(std::fabs(degrees) < kReducible)) degrees = std::fmod(degrees, 360.0);  // exact
+  Two s, c;
+  SinCosLanes<Two, TwoBits>(Two{degrees, degrees}, s, c);
+  cosine = c[0];
+  return s[0];
+}
+
+// n angles, `Lanes` at a time, the rest one by one.
+template <class V, class Bits>
+inline __attribute__((always_inline)) void SinCosMany(const double* degrees, size_t n, double* sine,
+                                                      double* cosine) {
+  constexpr size_t kLanes = sizeof(V) / sizeof(double);
+  size_t k = 0;
+  for (; k + kLanes <= n; k += kLanes) {
+    V x, s, c;
+    std::memcpy(&x, degrees + k, sizeof x);
+    SinCosLanes<V, Bits>(x, s, c);
+    std::memcpy(sine + k, &s, sizeof s);
+    std::memcpy(cosine + k, &c, sizeof c);
+    // Angles beyond the reduction (never met in data) once more, alone.
+    bool reducible = true;
+    for (size_t j = 0; j < kLanes; ++j) reducible &= std::fabs(x[j]) < kReducible;
+    if (!reducible)
+      for (size_t j = 0; j < kLanes; ++j) sine[k + j] = SinCosOne(x[j], cosine[k + j]);
+  }
+  for (; k < n; ++k) sine[k] = SinCosOne(degrees[k], cosine[k]);
+}
+
+#if defined(__x86_64__) || defined(__i386__)
+__attribute__((target("avx"))) void SinCosAvx(const double* degrees, size_t n, double* sine, double* cosine) {
+  SinCosMany<Four, FourBits>(degrees, n, sine, cosine);
+}
+#endif
+
+}  // namespace
+
+void SinCosDegrees(const double* degrees, size_t n, double* sine, double* cosine) {
+#if defined(__x86_64__) || defined(__i386__)
+  static const bool avx = (__builtin_cpu_init(), __builtin_cpu_supports("avx"));
+  if (avx) {
+    SinCosAvx(degrees, n, sine, cosine);
+    return;
+  }
+#endif
+  SinCosMany<Two, TwoBits>(degrees, n, sine, cosine);
+}
+
+namespace {
+
+// ---- Numbers of known length -------------------------------------------
+// Bytes that ShortDecimal may read from a token's start: the token (at most
+// 16 bytes) and the eight-byte words after its decimal point.
+constexpr std::ptrdiff_t kTokenReach = 40;
+
+constexpr double kExactPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                   1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16};
+constexpr std::uint64_t kTens[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
+
+#if defined(__SSE2__)
+// The first n (0 to 8) bytes at p moved to the top of a word, zeros before
+// them.
+std::uint64_t DigitWord(const char* p, int n) {
+  std::uint64_t w;
+  std::memcpy(&w, p, 8);
+  const int shift = 4 * (8 - n);  // twice, since a shift by 64 is undefined
+  return (w << shift) << shift;
+}
+
+// Two words of eight digit characters (most significant first) as two
+// numbers: pairs, fours and eights combined, both words at once.
+void EightDigits(std::uint64_t a, std::uint64_t b, std::uint64_t& first, std::uint64_t& second) {
+  __m128i d = _mm_and_si128(_mm_set_epi64x(static_cast<long long>(b), static_cast<long long>(a)), _mm_set1_epi8(0x0F));
+  d = _mm_add_epi16(_mm_mullo_epi16(_mm_and_si128(d, _mm_set1_epi16(0xFF)), _mm_set1_epi16(10)), _mm_srli_epi16(d, 8));
+  d = _mm_madd_epi16(d, _mm_set1_epi32(0x00010064));  // 100 x the first pair + the second
+  d = _mm_add_epi64(_mm_mul_epu32(d, _mm_set1_epi64x(10000)), _mm_srli_epi64(d, 32));
+  first = static_cast<std::uint64_t>(_mm_cvtsi128_si64(d));
+  second = static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(d, d)));
+}
+#endif
+
+// The token [p, p + length) when it is an optional sign, digits and at most
+// one decimal point, up to 16 bytes, with no more than 8 digits before the
+// point: the form nearly every number of a data file takes. kTokenReach
+// bytes from p must be readable. Where the digits make a whole number below
+// 2^53, it and the power of ten are exact doubles and one division rounds
+// correctly (Clinger's fast path): the very double std::from_chars gives.
+// False when the token is anything else, which decides nothing. The sign,
+// the point and the digit counts come from bit masks of the token's bytes,
+// not from a loop that ends at a different digit for every number.
+bool ShortDecimal(const char* p, int length, double& value) {
+#if defined(__SSE2__)
+  if (length > 16) return false;
+  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  const __m128i values = _mm_sub_epi8(bytes, _mm_set1_epi8('0'));
+  const auto digits = static_cast<unsigned>(
+      _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_min_epu8(values, _mm_set1_epi8(9)), values)));
+  const unsigned token = (1u << length) - 1;
+  const unsigned points = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('.')))) & token;
+  const unsigned minus = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('-')))) & 1;
+  const unsigned plus = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('+')))) & 1;
+  const unsigned sign = minus | plus;
+  if (((digits | points | sign) & token) != token || (points & (points - 1)) != 0) return false;
+  const int first = static_cast<int>(sign);
+  const int point = points ? std::countr_zero(points) : length;
+  const int whole = point - first;
+  const int fraction = points ? length - point - 1 : 0;
+  if (whole > 8 || whole + fraction == 0) return false;
+  const int high = fraction < 8 ? fraction : 8;
+  std::uint64_t integer, decimals;
+  EightDigits(DigitWord(p + first, whole), DigitWord(p + point + 1, high), integer, decimals);
+  std::uint64_t mantissa = integer * kTens[high] + decimals;
+  if (fraction > 8) {
+    std::uint64_t more, unused;
+    EightDigits(DigitWord(p + point + 9, fraction - 8), 0, more, unused);
+    mantissa = mantissa * kTens[fraction - 8] + more;
+    if (mantissa > (std::uint64_t{1} << 53)) return false;
+  }
+  // The sign as its bit, not a branch: the angles' signs follow no pattern.
+  value = std::bit_cast<double>(std::bit_cast<std::uint64_t>(static_cast<double>(mantissa) / kExactPowers[fraction]) |
+                                std::uint64_t{minus} << 63);
+  return true;
+#else
+  (void)p;
+  (void)length;
+  (void)value;
+  return false;
+#endif
+}
 
 // A frequency as the file writes it, for messages.
 std::string FrequencyText(double value) { return AString::Format("%.10g", value); }
@@ -461,7 +656,13 @@ class CTouchstoneParser : public CLineParser {
     // One- and two-ports hold a record on one line; larger matrices begin
     // every row on a new line.
     if (n <= 2) m_RowPairs.assign(1, static_cast<int>(m_Target.size()));
-    m_Values.reserve(2 * m_Target.size());
+    m_Values.assign(2 * m_Target.size(), 0.0);
+    m_Cos.resize(m_Target.size());
+    m_Sin.resize(m_Target.size());
+    const size_t most = 2 * static_cast<size_t>(*std::max_element(m_RowPairs.begin(), m_RowPairs.end())) + 1;
+    m_Firsts.resize(most + 64);
+    m_Lasts.resize(most + 64);
+    m_Count = 0;
     m_Prepared = true;
     return true;
   }
@@ -503,7 +704,7 @@ class CTouchstoneParser : public CLineParser {
         RowTooLong(token);
         return false;
       }
-      m_Values.push_back(v);
+      m_Values[m_Count++] = v;
       if (++m_InRow == m_RowPairs[m_Row] * 2) {
         m_InRow = 0;
         ++m_Row;
@@ -545,14 +746,140 @@ class CTouchstoneParser : public CLineParser {
       Fail(token.column, "expected a frequency of 0 or more, found " + Quoted(token.text));
       return false;
     }
+    BeginRecord(v);
+    return true;
+  }
+
+  void BeginRecord(double frequency) {
     m_InRecord = true;
     m_RecordDone = false;
     m_RowDone = false;
     m_Row = 0;
     m_InRow = 0;
     m_RecordLine = m_Line;
-    m_Frequency = v;
-    m_Values.clear();
+    m_Frequency = frequency;
+    m_Count = 0;
+  }
+
+  // ---- Data in bulk -------------------------------------------------------
+  // The data lines of a big file come here straight from the reader's
+  // buffer: one pass over their bytes, each number written where the record
+  // keeps it, no line or token objects. A line is taken only when it holds
+  // nothing but numbers that fit the record's layout, which is checked
+  // before any state changes. The first line that needs more (a comment, a
+  // keyword, a frequency that does not increase, a token that is no number,
+  // a count that breaks the layout) is left untouched to Line(), which reads
+  // it as it reads any line, with the same messages.
+  size_t Lines(std::string_view text, long firstLine, long& lines) override {
+    lines = 0;
+    if (m_Stage != kNetwork || m_VectorPending) return 0;
+    const char* const begin = text.data();
+    const char* const end = begin + text.size();
+    const char* p = begin;
+    while (p != end && TakeLine(p, end, firstLine + lines)) ++lines;
+    return static_cast<size_t>(p - begin);
+  }
+
+  // Bit i of `blanks` set where p[i] is a blank, tab or carriage return,
+  // of `ends` where it is '\n', over the 64 bytes from p.
+  static void Masks(const char* p, std::uint64_t& blanks, std::uint64_t& ends) {
+    blanks = ends = 0;
+#if defined(__SSE2__)
+    for (int k = 0; k < 4; ++k) {
+      const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * k));
+      const __m128i blank = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(x, _mm_set1_epi8(' ')),
+                                                      _mm_cmpeq_epi8(x, _mm_set1_epi8('\t'))),
+                                         _mm_cmpeq_epi8(x, _mm_set1_epi8('\r')));
+      blanks |= std::uint64_t{static_cast<std::uint16_t>(_mm_movemask_epi8(blank))} << (16 * k);
+      ends |= std::uint64_t{static_cast<std::uint16_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_set1_epi8('\n'))))}
+              << (16 * k);
+    }
+#else
+    for (int i = 0; i < 64; ++i) {
+      blanks |= std::uint64_t{p[i] == ' ' || p[i] == '\t' || p[i] == '\r'} << i;
+      ends |= std::uint64_t{p[i] == '\n'} << i;
+    }
+#endif
+  }
+
+  // One line from p (line number `line`); on success p moves past its '\n'.
+  // First the bounds of its tokens, from bit masks of 64 bytes at a time
+  // (no loop that stops at a different byte for every token), then their
+  // numbers: each parsed knowing where it ends, so the numbers of a line
+  // are independent work the processor overlaps, not a chain where each
+  // waits for the end of the last.
+  bool TakeLine(const char*& p, const char* end, long line) {
+    const bool starts = !m_InRecord;
+    const size_t rowValues = 2 * static_cast<size_t>(m_RowPairs[starts ? 0 : m_Row]);
+    const size_t room = starts ? rowValues + 1 : rowValues - static_cast<size_t>(m_InRow);
+    const char** const firsts = m_Firsts.data();
+    const char** const lasts = m_Lasts.data();
+    size_t tokens = 0, ended = 0;
+    std::uint64_t before = 1;  // whether the byte before the chunk is a blank
+    const char* lineEnd = nullptr;
+    for (const char* base = p; !lineEnd; base += 64) {
+      std::uint64_t blanks, ends;
+      if (end - base >= 64) {
+        Masks(base, blanks, ends);
+      } else {
+        char tail[64];
+        std::memset(tail, '\n', sizeof tail);
+        std::memcpy(tail, base, static_cast<size_t>(end - base));
+        Masks(tail, blanks, ends);
+      }
+      if (ends) {
+        const int at = std::countr_zero(ends);
+        lineEnd = base + at;
+        blanks |= ~std::uint64_t{0} << at;  // the line end and what follows end the last token
+      }
+      const std::uint64_t startBits = ~blanks & ((blanks << 1) | before);
+      const std::uint64_t endBits = blanks & ~((blanks << 1) | before);
+      // Room for 64 more bounds than a line may hold: a chunk's bounds are
+      // stored before the count is checked.
+      for (std::uint64_t bits = startBits; bits; bits &= bits - 1) firsts[tokens++] = base + std::countr_zero(bits);
+      for (std::uint64_t bits = endBits; bits; bits &= bits - 1) lasts[ended++] = base + std::countr_zero(bits);
+      if (tokens > room) return false;
+      before = blanks >> 63;
+    }
+    if (tokens == 0) {  // a blank line
+      p = lineEnd + 1;
+      return true;
+    }
+    if (m_Header.ports <= 2 && tokens != room) return false;  // such a record is one line
+    const size_t skip = starts ? 1 : 0;
+    double* const out = m_Values.data() + (starts ? 0 : m_Count);
+    double frequency = 0.0;
+    for (size_t k = 0; k < tokens; ++k) {
+      const char* const first = firsts[k];
+      const auto length = static_cast<size_t>(lasts[k] - first);
+      double v;
+      if (!(end - first >= kTokenReach && ShortDecimal(first, static_cast<int>(length), v)) &&
+          !ParseNumber(std::string_view(first, length), v))
+        return false;
+      if (starts && k == 0) {
+        frequency = v;
+      } else {
+        out[k - skip] = v;
+      }
+    }
+    if (starts) {
+      if ((m_Records > 0 && !(frequency > m_LastFrequency)) || !std::isfinite(frequency) || frequency < 0.0)
+        return false;
+      m_Line = line;
+      FinishPending();
+      BeginRecord(frequency);
+    }
+    const size_t count = tokens - skip;
+    m_Count += count;
+    m_InRow += static_cast<int>(count);
+    if (static_cast<size_t>(m_InRow) == rowValues) {
+      m_InRow = 0;
+      if (++m_Row == m_RowPairs.size()) {
+        m_Line = line;
+        EndRecord();
+      }
+    }
+    p = lineEnd + 1;
     return true;
   }
 
@@ -580,11 +907,13 @@ class CTouchstoneParser : public CLineParser {
     auto m = std::make_unique<CMatrix>(n, n);
     Complex* data = m->data();
     const double* v = m_Values.data();
-    const bool triangle = m_Header.matrixFormat != TouchstoneHeader::kFull;
-    for (size_t k = 0; k < m_Target.size(); ++k) {
-      const Complex z = ToComplex(v[2 * k], v[2 * k + 1]);
-      data[m_Target[k]] = z;
-      if (triangle) data[m_Mirror[k]] = z;
+    if (m_Header.format == kRealImaginary) {
+      Convert(data, [v](size_t k) { return Complex(v[2 * k], v[2 * k + 1]); });
+    } else {
+      Angles();
+      const double* c = m_Cos.data();
+      const double* s = m_Sin.data();
+      Convert(data, [v, c, s](size_t k) { return Complex(v[2 * k] * c[k], v[2 * k] * s[k]); });
     }
     Store(*point, std::move(m));
     m_Pending = std::move(point);
@@ -594,16 +923,27 @@ class CTouchstoneParser : public CLineParser {
     m_RecordDone = false;
   }
 
-  Complex ToComplex(double a, double b) const {
-    switch (m_Header.format) {
-      case kRealImaginary:
-        return Complex(a, b);
-      case kDbAngle:
-        a = std::pow(10.0, a / 20.0);
-        [[fallthrough]];
-      default:
-        return Complex(a * std::cos(b * kDegree), a * std::sin(b * kDegree));
+  // Cosine and sine of every angle of the record, and dB turned into
+  // magnitudes in place.
+  void Angles() {
+    double* v = m_Values.data();
+    const size_t pairs = m_Target.size();
+    for (size_t k = 0; k < pairs; ++k) m_Cos[k] = v[2 * k + 1];
+    SinCosDegrees(m_Cos.data(), pairs, m_Sin.data(), m_Cos.data());
+    if (m_Header.format == kDbAngle)
+      for (size_t k = 0; k < pairs; ++k) v[2 * k] = std::pow(10.0, v[2 * k] / 20.0);
+  }
+
+  // The record's pairs into the matrix: pair(k) is the k-th complex value.
+  template <class F>
+  void Convert(Complex* data, F&& pair) const {
+    const size_t pairs = m_Target.size();
+    const int* target = m_Target.data();
+    if (m_Header.matrixFormat == TouchstoneHeader::kFull) {
+      for (size_t k = 0; k < pairs; ++k) data[target[k]] = pair(k);
+      return;
     }
+    for (size_t k = 0; k < pairs; ++k) data[target[k]] = data[m_Mirror[k]] = pair(k);
   }
 
   // Stores the matrix as the kind the file holds. Version 1 files hold Y,
@@ -708,10 +1048,10 @@ class CTouchstoneParser : public CLineParser {
   // A keyword or the end of the file ends the data: a record must be whole.
   void EndOfData() {
     if (m_InRecord) {
-      const size_t pairs = m_Values.size() / 2;
+      const size_t pairs = m_Count / 2;
       Fail(0, "the record for frequency " + FrequencyText(m_Frequency) + " that begins at line " +
                   std::to_string(m_RecordLine) + " ends early: expected " + Pairs(m_Target.size()) + ", found " +
-                  std::to_string(pairs) + (m_Values.size() % 2 ? " and a half" : ""));
+                  std::to_string(pairs) + (m_Count % 2 ? " and a half" : ""));
       return;
     }
     FinishPending();
@@ -811,7 +1151,10 @@ class CTouchstoneParser : public CLineParser {
   long m_RecordLine = 0;
   double m_Frequency = 0.0;
   double m_LastFrequency = 0.0;
-  std::vector<double> m_Values;
+  std::vector<double> m_Values;  // the record's numbers after its frequency
+  size_t m_Count = 0;            // how many of them are read
+  std::vector<double> m_Cos, m_Sin;  // of the record's angles
+  std::vector<const char*> m_Firsts, m_Lasts;  // bounds of a line's tokens, in bulk
   int m_Records = 0;
   std::unique_ptr<CNetworkModalData> m_Pending;  // last point, until its comment lines are read
   // "! Gamma" / "! Port Impedance" values being gathered.

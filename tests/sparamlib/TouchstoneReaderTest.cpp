@@ -10,7 +10,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <random>
+#include <string>
+#include <vector>
 
 #include <unistd.h>
 
@@ -338,6 +341,169 @@ TEST(TouchstoneReader, ParsesNumbersExactlyAsFromChars) {
   double v = 0.0;
   for (const char* bad : {"", "-", "+-1", "1e", "1.2.3", "0x10", "1e5x", "--1", "."})
     EXPECT_FALSE(nd::ParseNumber(bad, v)) << bad;
+}
+
+// Data lines are parsed in place from the read buffer, by their own scanner
+// for short decimals: every number must come out as the double from_chars
+// gives, whatever its form, blanks and line ends, in memory and from a file
+// (where numbers also straddle the blocks the file is read in), and an error
+// deep in the data must still name its line and column.
+TEST(TouchstoneReader, ReadsDataNumbersExactlyAsFromChars) {
+  std::mt19937_64 rng(11);
+  std::uniform_real_distribution<double> mantissa(-10.0, 10.0);
+  std::uniform_int_distribution<int> exponent(-12, 12), digits(0, 17), pick(0, 7);
+  const char* fixed[] = {"-.5",         "+.25",          "5.",           "0",
+                         "-0",          "0.000000000000000012345678", "12345678.12345678",
+                         "99999999.99999999", "123456789.5", "-1234567.1234567", "9007199254740993",
+                         "1.00000000000000011", "+7",  "0000000000000000000001.5", "1E5", "-2.5e-3"};
+  const char* blanks[] = {" ", "  ", "\t", " \t  ", "                "};
+  std::string text = "# Hz S RI\n";
+  std::vector<std::string> written;
+  const int lines = 150000;
+  for (int k = 0; k < lines; ++k) {
+    text += std::to_string(k + 1);
+    for (int j = 0; j < 2; ++j) {
+      char number[64];
+      const int form = pick(rng);
+      if (form == 7) {
+        std::snprintf(number, sizeof number, "%s", fixed[static_cast<size_t>(k) % std::size(fixed)]);
+      } else {
+        const char* formats[] = {"%.*g", "%.*G", "%.*e", "%+.*e", "%.*f", "%+.*f", "%.*g"};
+        const double v = mantissa(rng) * std::pow(10.0, form >= 4 && form <= 5 ? exponent(rng) / 3 : exponent(rng));
+        std::snprintf(number, sizeof number, formats[form], digits(rng), v);
+      }
+      text += blanks[static_cast<size_t>(k + j) % std::size(blanks)];
+      text += number;
+      written.emplace_back(number);
+    }
+    text += k % 3 ? "\n" : " \r\n";
+  }
+  const fs::path file = fs::temp_directory_path() / ("ts_numbers_" + std::to_string(::getpid()) + ".s1p");
+  std::ofstream(file, std::ios::binary) << text;
+  std::string error;
+  for (const bool fromFile : {false, true}) {
+    SCOPED_TRACE(fromFile ? "file" : "memory");
+    auto read = fromFile ? nd::ReadTouchstoneFile(file, &error) : nd::ReadTouchstoneText(text, file.string(), &error);
+    ASSERT_TRUE(read) << error;
+    ASSERT_EQ(read->GetNumFrequencies(), lines);
+    size_t n = 0;
+    for (const auto& [f, p] : read->GetFrequencyMap()) {
+      const C z = (*p->GetSMatrix(false))[0][0];
+      for (const double got : {z.re, z.im}) {
+        const std::string& token = written[n++];
+        const char* first = token.c_str() + (token[0] == '+');
+        double expected = 0.0;
+        std::from_chars(first, token.c_str() + token.size(), expected);
+        ASSERT_EQ(std::bit_cast<std::uint64_t>(got), std::bit_cast<std::uint64_t>(expected)) << token;
+      }
+    }
+  }
+  // A bad number far into the data: its line and column as the line-by-line
+  // path gives them.
+  const size_t line = 123457;  // line 1 is the option line
+  size_t at = 0;
+  for (size_t k = 1; k < line; ++k) at = text.find('\n', at) + 1;
+  const size_t token = text.find_first_not_of(" \t", text.find_first_of(" \t", at));
+  const std::string found = "x" + text.substr(token, text.find_first_of(" \t\r\n", token) - token);
+  text.insert(token, "x");
+  std::ofstream(file, std::ios::binary) << text;
+  EXPECT_FALSE(nd::ReadTouchstoneFile(file, &error));
+  EXPECT_EQ(error, file.string() + ":" + std::to_string(line) + ":" + std::to_string(token - at + 1) +
+                       ": expected a number, found \"" + found + "\"");
+  fs::remove(file);
+}
+
+// Data lines go through the buffer in bulk until a line needs a closer look
+// (a comment, a blank line, a trailing comment), which the line-by-line
+// path takes, mid-record too: the same data read either way, in any mix.
+TEST(TouchstoneReader, CommentsAndBlankLinesAnywhereChangeNothing) {
+  std::mt19937_64 rng(17);
+  std::uniform_real_distribution<double> value(-1.0, 1.0);
+  std::uniform_int_distribution<int> pick(0, 9);
+  std::string plain = "# GHz S MA\n", mixed = plain;
+  for (int f = 1; f <= 300; ++f) {
+    for (int row = 0; row < 5; ++row) {
+      for (int part = 0; part < 2; ++part) {  // rows wrapped after four pairs
+        std::string line = row == 0 && part == 0 ? std::to_string(f) : " ";
+        for (int pair = 0; pair < (part == 0 ? 4 : 1); ++pair) {
+          char number[64];
+          std::snprintf(number, sizeof number, " %.9g %.6f", std::fabs(value(rng)), 180.0 * value(rng));
+          line += number;
+        }
+        plain += line + "\n";
+        switch (pick(rng)) {
+          case 0: mixed += "! a comment line\n"; break;
+          case 1: mixed += "\n"; break;
+          case 2: mixed += " \t \r\n"; break;
+          default: break;
+        }
+        mixed += line + (pick(rng) == 0 ? " ! trailing\n" : "\n");
+      }
+    }
+  }
+  std::string error;
+  auto a = nd::ReadTouchstoneText(plain, "a.s5p", &error);
+  ASSERT_TRUE(a) << error;
+  auto b = nd::ReadTouchstoneText(mixed, "a.s5p", &error);
+  ASSERT_TRUE(b) << error;
+  ASSERT_EQ(a->GetNumFrequencies(), 300);
+  ASSERT_EQ(b->GetNumFrequencies(), 300);
+  auto it = b->GetFrequencyMap().begin();
+  for (const auto& [f, p] : a->GetFrequencyMap()) {
+    ASSERT_EQ(it->first, f);
+    const TNT::CMatrix& x = *p->GetSMatrix(false);
+    const TNT::CMatrix& y = *it++->second->GetSMatrix(false);
+    for (int i = 0; i < 5; ++i)
+      for (int j = 0; j < 5; ++j) ASSERT_TRUE(x[i][j] == y[i][j]) << f << " " << i << " " << j;
+  }
+}
+
+// MA and DB angles: sine and cosine within 2 ulp of the exact values (the
+// reference reduces the angle exactly too, then works in long double), and
+// exact where they are 0 or 1.
+TEST(TouchstoneReader, SinCosDegreesIsWithinTwoUlp) {
+  if (std::numeric_limits<long double>::digits < 64) GTEST_SKIP() << "no extended long double";
+  std::mt19937_64 rng(3);
+  std::uniform_real_distribution<double> angle(-720.0, 720.0);
+  std::vector<double> x;
+  for (int k = 0; k < 400000; ++k) x.push_back(angle(rng));
+  for (int k = -48; k <= 48; ++k) x.push_back(15.0 * k);
+  for (double a : {1e-300, -4.9e-324, 44.999999999999993, 45.0, 45.000000000000007, 135.0, 1e15 + 0.5, 1e20, -3e300})
+    x.push_back(a);
+  std::vector<double> s(x.size()), c(x.size());
+  nd::SinCosDegrees(x.data(), x.size(), s.data(), c.data());
+  const long double pi = 3.14159265358979323846264338327950288L;
+  const auto ulps = [](double got, long double want) {
+    const double w = std::fabs(static_cast<double>(want));
+    const double ulp = w == 0.0 ? 4.9e-324 : std::nextafter(w, INFINITY) - w;
+    return static_cast<double>(std::fabs(static_cast<long double>(got) - want) / ulp);
+  };
+  for (size_t k = 0; k < x.size(); ++k) {
+    const double reduced = std::fmod(x[k], 360.0);  // exact
+    const double quarter = std::nearbyint(reduced / 90.0);
+    const long double r = static_cast<long double>(reduced - 90.0 * quarter) * pi / 180.0L;  // exact remainder
+    const long double sr = std::sin(r), cr = std::cos(r);
+    const int q = (static_cast<int>(quarter) % 4 + 4) % 4;
+    const long double want_s = q == 0 ? sr : q == 1 ? cr : q == 2 ? -sr : -cr;
+    const long double want_c = q == 0 ? cr : q == 1 ? -sr : q == 2 ? -cr : sr;
+    ASSERT_LE(ulps(s[k], want_s), 2.0) << x[k];
+    ASSERT_LE(ulps(c[k], want_c), 2.0) << x[k];
+    if (std::fmod(x[k], 90.0) == 0.0) {
+      EXPECT_EQ(s[k], static_cast<double>(want_s)) << x[k];
+      EXPECT_EQ(c[k], static_cast<double>(want_c)) << x[k];
+    }
+    // One angle alone takes another path (no wide registers): the same bits.
+    if (k % 97 == 0 || k + 200 > x.size()) {
+      double one_s, one_c;
+      nd::SinCosDegrees(&x[k], 1, &one_s, &one_c);
+      ASSERT_EQ(std::bit_cast<std::uint64_t>(one_s), std::bit_cast<std::uint64_t>(s[k])) << x[k];
+      ASSERT_EQ(std::bit_cast<std::uint64_t>(one_c), std::bit_cast<std::uint64_t>(c[k])) << x[k];
+    }
+  }
+  double one[3] = {NAN, INFINITY, -0.0}, sine[3], cosine[3];
+  nd::SinCosDegrees(one, 3, sine, cosine);
+  EXPECT_TRUE(std::isnan(sine[0]) && std::isnan(cosine[0]) && std::isnan(sine[1]) && std::isnan(cosine[1]));
+  EXPECT_TRUE(sine[2] == 0.0 && std::signbit(sine[2]) && cosine[2] == 1.0);
 }
 
 }  // namespace
