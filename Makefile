@@ -1,4 +1,4 @@
-# Two commands for a newcomer: `make test` and (later) `make demo`.
+# Two commands for a newcomer: `make demo` and `make test`.
 # Everything else wraps CMake; build trees live in build/ and build-sanitize/.
 
 JOBS ?= $(shell nproc)
@@ -6,7 +6,7 @@ BUILD ?= build
 SANITIZE_BUILD ?= build-sanitize
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test sanitize fuzz bench clean
+.PHONY: all deps configure build test demo sanitize fuzz bench clean
 
 all: build
 
@@ -23,6 +23,11 @@ build: configure
 
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# Sweeps the built-in bandpass filter into demo-output/: project, Touchstone
+# and MATLAB files, solves used and the true error.
+demo: build
+	$(BUILD)/product/sparam demo --dir demo-output
 
 # Unit tests (not the interop peers, nor benchmarks) under AddressSanitizer,
 # LeakSanitizer and UndefinedBehaviorSanitizer.

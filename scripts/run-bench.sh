@@ -14,6 +14,9 @@ echo "== Touchstone read against scikit-rf"
 "$python" bench/compare_touchstone_read.py "$build/bench/bench_touchstone_read" 2>/dev/null
 echo "== interpolation against scikit-rf"
 "$python" bench/compare_interpolate.py "$build/bench/bench_interpolate" 2>/dev/null
+echo "== interpolating sweeps of the built-in devices against uniform sampling"
+"$build/bench/bench_sweep"
+"$build/bench/bench_sweep_overhead"
 echo "== MATLAB write"
 "$build/bench/bench_matlab"
 echo "== SolveLinear against LAPACK zgesv"

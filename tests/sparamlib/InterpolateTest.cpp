@@ -3,6 +3,7 @@
 // error measures, port vectors, weights and their stored form, a filter
 // response, and the solution's interpolation path.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
@@ -132,7 +133,8 @@ TEST(Interpolate, ExportsAtUnsolvedFrequenciesLeaveTheSolutionAsItWas) {
     for (int k = 0; k < count; ++k) frequencies.push_back(1e9 + 9e9 * k / (count - 1));
     s->SetSolutionType(type);
     if (type == CNetworkDataSolution::InterpolateBRI) s->SetBRIWeights(nd::ComputeBRIWeights(*s));
-    const std::string path = ::testing::TempDir() + "interpolated_export.s16p";
+    const std::string path =
+        ::testing::TempDir() + "interpolated_export." + std::to_string(::getpid()) + ".s16p";
     nd::WriteTouchstoneFile(path, *s, frequencies, "p", false, 50.0, nd::kRealImaginary,
                             nd::kSMatrix, 8, false, false, nullptr);
     EXPECT_TRUE(s->GetInterpolatedMap().empty());
