@@ -48,7 +48,7 @@ void KeepImpedances(const CNetworkDataSolution& solution, ExportRequest& request
 
 bool IsNetworkFile(const std::string& path) {
   const std::string e = Extension(path);
-  return e == ".ndp" || e == ".ts" || e == ".cit" || nd::TouchstonePortsFromName(path) >= 0;
+  return IsProjectFile(path) || e == ".ts" || e == ".cit" || nd::TouchstonePortsFromName(path) >= 0;
 }
 
 std::unique_ptr<CProject> LoadNetworkFile(const std::string& path, std::string* error) {
@@ -74,7 +74,7 @@ std::unique_ptr<CProject> LoadNetworkFile(const std::string& path, std::string* 
 bool Convert(const std::string& input, ExportRequest request, std::string* error) {
   std::unique_ptr<CProject> project = LoadNetworkFile(input, error);
   if (!project) return false;
-  if (Extension(request.output) == ".ndp") {
+  if (IsProjectFile(request.output)) {
     AString why;
     if (project->Save(request.output, &why)) return true;
     if (error) *error = why;

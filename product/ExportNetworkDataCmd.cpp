@@ -109,7 +109,7 @@ bool CExportNetworkDataCmd::Execute(CProject& project, const ExportRequest& requ
   switch (request.format) {
     case nd::kExportTouchstone:
       nd::WriteTouchstoneFile(temp, *solution, frequencies, projectName, request.gamma,
-                              request.renormalizeTo.value_or(request.dataAtReference.value_or(50.0)),
+                              request.renormalizeTo.value_or(request.dataAtReference.value_or(nd::kDefaultReferenceOhms)),
                               request.display, request.kind, request.precision,
                               request.renormalizeTo.has_value(),
                               request.dataAtReference.has_value(), variation);
@@ -119,10 +119,10 @@ bool CExportNetworkDataCmd::Execute(CProject& project, const ExportRequest& requ
       const bool written =
           request.format == nd::kExportCitifile
               ? nd::WriteCitifile(temp, *solution, frequencies, request.kind, request.precision,
-                                  request.renormalizeTo.has_value(), request.renormalizeTo.value_or(50.0))
+                                  request.renormalizeTo.has_value(), request.renormalizeTo.value_or(nd::kDefaultReferenceOhms))
               : nd::WriteTabFile(temp, *solution, frequencies, request.kind, request.display,
                                  request.precision, request.renormalizeTo.has_value(),
-                                 request.renormalizeTo.value_or(50.0));
+                                 request.renormalizeTo.value_or(nd::kDefaultReferenceOhms));
       if (!written) {
         ::unlink(temp.c_str());
         return fail(request.output + ": cannot write the file");
@@ -131,7 +131,7 @@ bool CExportNetworkDataCmd::Execute(CProject& project, const ExportRequest& requ
     }
     case nd::kExportSupercompact:
       nd::WriteSupercompactFile(temp, *solution, frequencies, projectName,
-                                request.renormalizeTo.value_or(50.0), request.kind,
+                                request.renormalizeTo.value_or(nd::kDefaultReferenceOhms), request.kind,
                                 request.display, false);
       break;
     case nd::kExportMatlab: {

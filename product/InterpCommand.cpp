@@ -26,10 +26,6 @@ bool WeightsFit(const CNetworkDataSolution& s) {
   return k == w->GetFrequencies().size();
 }
 
-bool IsProjectFile(const std::string& path) {
-  return std::filesystem::path(path).extension() == ".ndp";
-}
-
 }  // namespace
 
 std::unique_ptr<CNetworkDataSolution> WithInterpolation(const CNetworkDataSolution& source,

@@ -1,7 +1,15 @@
 // Saving and loading whole projects.
 #include "product/Project.h"
 
+#include <cctype>
+
 #include "core/BlockText.h"
+
+bool IsProjectFile(const std::filesystem::path& path) {
+  std::string e = path.extension().string();
+  for (char& c : e) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return e == ".ndp";
+}
 
 FxSolutionVariation& CProject::AddVariation() {
   return *m_Variations.emplace_back(std::make_unique<FxSolutionVariation>());

@@ -10,6 +10,9 @@
 
 #include "product/FxSolutionVariation.h"
 
+// Whether a file name is a project's (.ndp, in any case).
+bool IsProjectFile(const std::filesystem::path& path);
+
 class CProject {
  public:
   // Version of the stored form this build writes and reads.

@@ -102,7 +102,7 @@ SweepOutcome RunSweep(CProject& project, CFxemModalSolution& solution, const Swe
     modal.SetFrequency(answer.frequency);
     modal.SetDataType(CNetworkData::ExactPoint);
     modal.SetPortImpedance(std::make_unique<TNT::CVector>(
-        answer.portImpedance ? *answer.portImpedance : TNT::CVector(n, AComplex<double>(50.0))));
+        answer.portImpedance ? *answer.portImpedance : TNT::CVector(n, AComplex<double>(nd::kDefaultReferenceOhms))));
     if (answer.gamma) modal.SetGamma(std::make_unique<TNT::CVector>(*answer.gamma));
     modal.SetSMatrix(std::make_unique<TNT::CMatrix>(std::move(answer.s)));
     if (!solution.AddSweepPoint(std::move(point))) {

@@ -42,7 +42,7 @@ std::optional<std::string> BuildRequest(const ExportOptions& o, bool projectOutp
     request.format = formats.at(o.format);  // CLI11 has checked the choice
   } else if (auto f = CExportNetworkDataCmd::FormatFromExtension(o.output)) {
     request.format = *f;
-  } else if (!projectOutput || std::filesystem::path(o.output).extension() != ".ndp") {
+  } else if (!projectOutput || !IsProjectFile(o.output)) {
     return o.output + ": cannot tell the format from the extension; use --format";
   }
   request.kind = o.kind == "Y" ? nd::kYMatrix : o.kind == "Z" ? nd::kZMatrix : nd::kSMatrix;

@@ -17,8 +17,6 @@ using Complex = AComplex<double>;
 // Solved frequencies this close to the request (in the unit of the keys) are
 // served by the solved data itself.
 constexpr double kExactBand = 1.0;
-// Reference impedance of the interpolated S.
-constexpr double kReferenceOhms = 50.0;
 
 // Slope between the solved points around f, of the matrix entry (i, j);
 // the largest finite double for two points at one frequency.
@@ -116,7 +114,7 @@ bool CBRIInterpolateVisitor::Visit(CNetworkDataSolution& solution, CNetworkData&
 
   if (auto* modal = dynamic_cast<CNetworkModalData*>(&target)) {
     auto z = std::make_unique<TNT::CVector>(n);
-    for (int p = 0; p < n; ++p) (*z)[p] = Complex(kReferenceOhms);
+    for (int p = 0; p < n; ++p) (*z)[p] = Complex(nd::kDefaultReferenceOhms);
     modal->SetPortImpedance(std::move(z));
   }
   target.SetSMatrix(std::move(result));

@@ -20,8 +20,6 @@ using Complex = AComplex<double>;
 using TNT::CMatrix;
 using TNT::CVector;
 
-constexpr double kDefaultReference = 50.0;
-
 // A DATA array: a matrix element (kind S, Y or Z), a port impedance or a
 // propagation constant.
 struct ArrayName {
@@ -334,7 +332,7 @@ class CCitifileParser : public CLineParser {
       auto point = std::make_unique<CNetworkModalData>(solution.get(), m_Frequencies[f], CNetworkData::ExactPoint);
       auto m = std::make_unique<CMatrix>(n, n);
       for (int k = 0; k < n * n; ++k) m->data()[k] = array(element[static_cast<size_t>(k)], f);
-      auto z = std::make_unique<CVector>(n, Complex(kDefaultReference));
+      auto z = std::make_unique<CVector>(n, Complex(kDefaultReferenceOhms));
       if (haveImpedance)
         for (int k = 0; k < n; ++k) (*z)[k] = array(impedance[static_cast<size_t>(k)], f);
       point->SetPortImpedance(std::move(z));

@@ -30,6 +30,10 @@ enum NetworkDataExportFormat : int {
   kExportMatlab = 7,
 };
 
+// Reference impedance (ohms) wherever none is given: Touchstone's default,
+// a solver answer without port impedances, an interpolated generic point.
+constexpr double kDefaultReferenceOhms = 50.0;
+
 // Bit codes of the network quantities a data point answers in GetValue.
 enum NetworkQuantity : int {
   kQuantityS = 1,

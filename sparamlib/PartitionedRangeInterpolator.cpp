@@ -17,6 +17,13 @@ constexpr double kToleranceCap = 5e8;
 
 bool Differs(double a, double b) { return std::fabs(a - b) > std::fabs(b) * kRelative; }
 
+// A range's goal is in S units; its sampler judges errors relative to the
+// range's largest |S_ij|.
+void SetGoal(CAdaptiveInterp& sampler, double goal) {
+  const double magnitude = sampler.GetNormalizingMagnitude();
+  sampler.SetTolerance(std::fabs(magnitude) > 1e-30 ? goal / magnitude : goal);
+}
+
 }  // namespace
 
 CPartitionedRangeInterpolator::CPartitionedRangeInterpolator(int matSize, int maxSubRangeBasisSize,
@@ -136,12 +143,16 @@ int CPartitionedRangeInterpolator::BasisOf(int range) const {
 
 void CPartitionedRangeInterpolator::AddToRange(int range, double frequency,
                                                const std::vector<Complex>& values) {
+  CAdaptiveInterp& sampler = Sampler(range);
+  sampler.AddSample(frequency, values);
+  SetGoal(sampler, m_Ranges[static_cast<size_t>(range)].tolerance);
+}
+
+CAdaptiveInterp& CPartitionedRangeInterpolator::Sampler(int range) {
   auto& interp = m_RangeInterpolators[static_cast<size_t>(range)];
   const Range& r = m_Ranges[static_cast<size_t>(range)];
   if (!interp) interp = std::make_unique<CAdaptiveInterp>(r.low, r.high, m_ValueScales, m_SEntries);
-  interp->AddSample(frequency, values);
-  const double magnitude = interp->GetNormalizingMagnitude();
-  interp->SetTolerance(std::fabs(magnitude) > 1e-30 ? r.tolerance / magnitude : r.tolerance);
+  return *interp;
 }
 
 void CPartitionedRangeInterpolator::AddBasisFrequency(double frequency, const std::vector<Complex>& values) {
@@ -189,11 +200,9 @@ void CPartitionedRangeInterpolator::Split(int range, double at) {
       if ((f >= r.low || !Differs(f, r.low)) && (f <= r.high || !Differs(f, r.high)))
         samples.emplace_back(f, parent->GetSampleValues(k));
     }
-    auto& interp = m_RangeInterpolators[static_cast<size_t>(half)];
-    interp = std::make_unique<CAdaptiveInterp>(r.low, r.high, m_ValueScales, m_SEntries);
-    interp->AddSamples(std::move(samples));
-    const double magnitude = interp->GetNormalizingMagnitude();
-    interp->SetTolerance(std::fabs(magnitude) > 1e-30 ? r.tolerance / magnitude : r.tolerance);
+    CAdaptiveInterp& sampler = Sampler(half);
+    sampler.AddSamples(std::move(samples));
+    SetGoal(sampler, r.tolerance);
   }
 }
 
@@ -248,9 +257,7 @@ double CPartitionedRangeInterpolator::GetNextFrequency(int& status, double& tole
     if (!r) continue;
     double f = 0.0, t = 0.0;
     const int s = r->ProposeNext(f, t);
-    const double magnitude = r->GetNormalizingMagnitude();
-    const double goal = m_Ranges[static_cast<size_t>(i)].tolerance;
-    r->SetTolerance(std::fabs(magnitude) > 1e-30 ? goal / magnitude : goal);
+    SetGoal(*r, m_Ranges[static_cast<size_t>(i)].tolerance);
     if ((s == kFrequencyProposed || r->WantsSamples()) && r->GetErrorEstimate() > best) {
       best = r->GetErrorEstimate();
       chosen = f;

@@ -90,7 +90,8 @@ class CPartitionedRangeInterpolator {
   int BasisOf(int range) const;
   void Split(int range, double at);
   void AddToRange(int range, double frequency, const std::vector<Complex>& values);
-  std::vector<Complex> SampleValues(const CAdaptiveInterp& source, double frequency) const;
+  // The range's sampler, made empty if it has none yet.
+  CAdaptiveInterp& Sampler(int range);
 
   int m_MatSize;
   double m_ErrorTolerance = 0.0;

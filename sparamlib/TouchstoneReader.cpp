@@ -28,8 +28,6 @@ using Complex = AComplex<double>;
 using TNT::CMatrix;
 using TNT::CVector;
 
-constexpr double kDefaultReference = 50.0;
-
 // ---- Sine and cosine of angles in degrees ------------------------------
 // MA and DB pairs need both for every value: a libm sincos costs some 20 ns,
 // as much as all the rest of reading a value. Here the angle is reduced in
@@ -636,7 +634,7 @@ class CTouchstoneParser : public CLineParser {
       m_Header.reference = m_OptionResistance.size() == static_cast<size_t>(n)
                                ? m_OptionResistance
                                : std::vector<double>(static_cast<size_t>(n),
-                                                     m_OptionResistance.empty() ? kDefaultReference
+                                                     m_OptionResistance.empty() ? kDefaultReferenceOhms
                                                                                 : m_OptionResistance[0]);
     }
     // Where each pair of a record goes (and its mirror for a triangle).
