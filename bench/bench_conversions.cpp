@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "sparamlib/NetworkModalData.h"
+#include "sparamlib/data/NetworkModalData.h"
 #include "support/FixedPorts.h"
 
 namespace {

@@ -14,12 +14,12 @@
 #include <random>
 #include <string>
 
-#include "sparamlib/BRIWeights.h"
-#include "sparamlib/InterpolateBRI.h"
-#include "sparamlib/NetworkDataUtilities.h"
-#include "sparamlib/NetworkModalData.h"
-#include "sparamlib/NetworkModalSolution.h"
 #include "PoleResidueModel.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/fit/InterpolateBRI.h"
+#include "sparamlib/formats/NetworkDataUtilities.h"
+#include "sparamlib/interp/BRIInterpolateVisitor.h"
+#include "sparamlib/solution/NetworkModalSolution.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <random>
 #include <string>
 
-#include "sparamlib/MatlabExportVisitor.h"
+#include "sparamlib/formats/MatlabExportVisitor.h"
 #include "support/SampleProject.h"
 
 namespace {

@@ -9,8 +9,8 @@
 #include <cstdio>
 
 #include "PoleResidueModel.h"
-#include "sparamlib/FxemModalData.h"
-#include "sparamlib/FxemModalSolution.h"
+#include "sparamlib/data/FxemModalData.h"
+#include "sparamlib/interp/FxemModalSolution.h"
 
 int main() {
   using Clock = std::chrono::steady_clock;

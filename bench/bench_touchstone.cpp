@@ -12,8 +12,8 @@
 
 #include <unistd.h>
 
-#include "sparamlib/NetworkDataUtilities.h"
-#include "sparamlib/NumberFormat.h"
+#include "sparamlib/formats/NetworkDataUtilities.h"
+#include "sparamlib/formats/NumberFormat.h"
 #include "support/SampleProject.h"
 
 namespace {

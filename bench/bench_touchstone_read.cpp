@@ -18,9 +18,9 @@
 
 #include <unistd.h>
 
-#include "sparamlib/NetworkDataUtilities.h"
-#include "sparamlib/NetworkModalData.h"
-#include "sparamlib/TouchstoneReader.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/formats/NetworkDataUtilities.h"
+#include "sparamlib/formats/TouchstoneReader.h"
 #include "support/RandomNetwork.h"
 #include "support/SampleProject.h"
 

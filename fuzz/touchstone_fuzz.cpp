@@ -9,8 +9,8 @@
 #include <string>
 #include <string_view>
 
-#include "sparamlib/Citifile.h"
-#include "sparamlib/TouchstoneReader.h"
+#include "sparamlib/formats/Citifile.h"
+#include "sparamlib/formats/TouchstoneReader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;

@@ -3,9 +3,9 @@
 
 #include <filesystem>
 
-#include "sparamlib/Citifile.h"
-#include "sparamlib/NetworkModalData.h"
-#include "sparamlib/TouchstoneReader.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/formats/Citifile.h"
+#include "sparamlib/formats/TouchstoneReader.h"
 
 namespace sparam {
 namespace {

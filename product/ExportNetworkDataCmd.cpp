@@ -12,11 +12,11 @@
 #include <filesystem>
 
 #include "core/TokenOstream.h"
-#include "sparamlib/Citifile.h"
-#include "sparamlib/MatlabExportVisitor.h"
-#include "sparamlib/NetworkDataUtilities.h"
-#include "sparamlib/TabExport.h"
-#include "sparamlib/TouchstoneReader.h"
+#include "sparamlib/formats/Citifile.h"
+#include "sparamlib/formats/MatlabExportVisitor.h"
+#include "sparamlib/formats/NetworkDataUtilities.h"
+#include "sparamlib/formats/TabExport.h"
+#include "sparamlib/formats/TouchstoneReader.h"
 
 namespace fs = std::filesystem;
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "product/Project.h"
-#include "sparamlib/NetworkDataTypes.h"
+#include "sparamlib/data/NetworkDataTypes.h"
 
 struct ExportRequest {
   std::string output;

@@ -1,7 +1,7 @@
 // Creating, storing and reading solutions by object type.
 #include "product/FxSolution.h"
 
-#include "sparamlib/FxemModalSolution.h"
+#include "sparamlib/interp/FxemModalSolution.h"
 
 std::unique_ptr<CNetworkDataSolution> FxSolution::MakeNetworkDataSolution(
     CNetworkDataSolution::ObjectType type) {

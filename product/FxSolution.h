@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "sparamlib/NetworkDataSolution.h"
+#include "sparamlib/solution/NetworkDataSolution.h"
 
 class FxSolution {
  public:

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "product/FxSolution.h"
-#include "sparamlib/DesignVariation.h"
-#include "sparamlib/NetworkPostprocSetup.h"
+#include "sparamlib/solution/DesignVariation.h"
+#include "sparamlib/solution/NetworkPostprocSetup.h"
 
 class FxSolutionVariation : public IDesignVariation {
  public:

@@ -5,9 +5,9 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
-#include "product/Project.h"
-#include "sparamlib/InterpolateBRI.h"
 #include "product/ConvertCommand.h"
+#include "product/Project.h"
+#include "sparamlib/fit/InterpolateBRI.h"
 
 namespace sparam {
 namespace {

@@ -9,8 +9,8 @@
 #include "product/FrequencyList.h"
 #include "product/InfoCommand.h"
 #include "product/Project.h"
-#include "sparamlib/BRIWeights.h"
-#include "sparamlib/InterpolateBRI.h"
+#include "sparamlib/fit/InterpolateBRI.h"
+#include "sparamlib/interp/BRIInterpolateVisitor.h"
 
 namespace sparam {
 namespace {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "sparamlib/NetworkDataSolution.h"
+#include "sparamlib/solution/NetworkDataSolution.h"
 
 namespace sparam {
 

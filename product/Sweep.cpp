@@ -5,7 +5,7 @@
 #include <ostream>
 
 #include "product/InfoCommand.h"
-#include "sparamlib/FxemModalData.h"
+#include "sparamlib/data/FxemModalData.h"
 
 namespace sparam {
 namespace {

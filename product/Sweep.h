@@ -14,7 +14,7 @@
 
 #include "product/Project.h"
 #include "product/SweepSolver.h"
-#include "sparamlib/FxemModalSolution.h"
+#include "sparamlib/interp/FxemModalSolution.h"
 
 namespace sparam {
 

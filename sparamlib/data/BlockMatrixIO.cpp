@@ -1,5 +1,5 @@
 // Reading and writing complex matrices and vectors as blocks.
-#include "sparamlib/BlockMatrixIO.h"
+#include "sparamlib/data/BlockMatrixIO.h"
 
 #include <charconv>
 

@@ -1,5 +1,5 @@
 // The solver's modal point: conversions only once port impedances exist.
-#include "sparamlib/FxemModalData.h"
+#include "sparamlib/data/FxemModalData.h"
 
 std::unique_ptr<CNetworkData> CFxemModalData::Clone() const {
   return std::make_unique<CFxemModalData>(*this);

@@ -3,7 +3,7 @@
 // so it computes nothing without them.
 #pragma once
 
-#include "sparamlib/NetworkModalData.h"
+#include "sparamlib/data/NetworkModalData.h"
 
 class CFxemModalData : public CNetworkModalData {
  public:

@@ -1,5 +1,5 @@
 // S, Y and Z conversions shared by every kind of data point.
-#include "sparamlib/NetworkConversions.h"
+#include "sparamlib/data/NetworkConversions.h"
 
 namespace nd {
 namespace {

@@ -1,14 +1,14 @@
 // The network data point: storage, quantity access, persistence and the
 // S/Y/Z conversions that the derived points share.
-#include "sparamlib/NetworkData.h"
+#include "sparamlib/data/NetworkData.h"
 
 #include <cmath>
 
 #include "core/Assert.h"
 #include "core/Clone.h"
-#include "sparamlib/BlockMatrixIO.h"
-#include "sparamlib/NetworkConversions.h"
-#include "sparamlib/NetworkDataVisitor.h"
+#include "sparamlib/data/BlockMatrixIO.h"
+#include "sparamlib/data/NetworkConversions.h"
+#include "sparamlib/data/NetworkDataVisitor.h"
 
 namespace {
 

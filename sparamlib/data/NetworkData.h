@@ -9,8 +9,8 @@
 
 #include "core/StreamioBlockObject.h"
 #include "math/matrix/MatrixOps.h"
-#include "sparamlib/NetworkDataOwner.h"
-#include "sparamlib/NetworkDataTypes.h"
+#include "sparamlib/data/NetworkDataOwner.h"
+#include "sparamlib/data/NetworkDataTypes.h"
 
 class CNetworkDataVisitor;
 

@@ -1,11 +1,11 @@
 // Modal data points: port impedances, propagation constants, the terminal
 // transform, and conversions referred to the port impedances.
-#include "sparamlib/NetworkModalData.h"
+#include "sparamlib/data/NetworkModalData.h"
 
 #include "core/Clone.h"
-#include "sparamlib/BlockMatrixIO.h"
-#include "sparamlib/NetworkConversions.h"
-#include "sparamlib/NetworkDataVisitor.h"
+#include "sparamlib/data/BlockMatrixIO.h"
+#include "sparamlib/data/NetworkConversions.h"
+#include "sparamlib/data/NetworkDataVisitor.h"
 
 void CNetworkDataVisitor::Visit(CNetworkModalData& point) {
   Visit(static_cast<CNetworkData&>(point));

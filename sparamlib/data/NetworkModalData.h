@@ -3,7 +3,7 @@
 // and Z conversion of the point refers to those port impedances.
 #pragma once
 
-#include "sparamlib/NetworkData.h"
+#include "sparamlib/data/NetworkData.h"
 
 class CNetworkModalData : public CNetworkData {
  public:

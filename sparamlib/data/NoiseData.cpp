@@ -1,5 +1,5 @@
 // Noise parameters at one frequency and their stored form.
-#include "sparamlib/NoiseData.h"
+#include "sparamlib/data/NoiseData.h"
 
 CNoiseData& CNoiseData::operator=(const CNoiseData& other) {
   if (this == &other) return *this;

@@ -1,13 +1,12 @@
 // AAA fit of a shared denominator and Floater-Hormann blending over every
 // solved frequency.
-#include "sparamlib/BRIWeights.h"
+#include "sparamlib/fit/BRIWeights.h"
 
 #include <algorithm>
 #include <cmath>
 #include <random>
 
-#include "sparamlib/InterpolateBRI.h"
-#include "sparamlib/NetworkDataSolution.h"
+#include "sparamlib/fit/InterpolateBRI.h"
 
 namespace nd {
 namespace {
@@ -246,38 +245,6 @@ BarycentricFit FitBarycentricData(const std::vector<double>& x, const std::vecto
   if (largest > 0.0)
     for (auto& w : result.weights) w = w * (1.0 / largest);
   return result;
-}
-
-std::unique_ptr<InterpolateBRI> ComputeBRIWeights(CNetworkDataSolution& solution,
-                                                  const BRIFitOptions& options, AString* why) {
-  const int n = solution.GetNumPorts();
-  std::vector<double> x;
-  std::vector<const TNT::CMatrix*> values;
-  for (const auto& [f, point] : solution.GetFrequencyMap()) {
-    const TNT::CMatrix* s = point->GetSMatrix(true);
-    if (!s || s->num_rows() != n || s->num_cols() != n || n < 1) {
-      if (why) *why = AString::Format("the point at %.17g Hz has no %d x %d S matrix", f, n, n);
-      return nullptr;
-    }
-    x.push_back(f);
-    values.push_back(s);
-  }
-  if (x.empty()) {
-    if (why) *why = "the solution has no solved points";
-    return nullptr;
-  }
-  const BarycentricFit fit = FitBarycentricWeights(x, values, options);
-  auto set = std::make_unique<InterpolateBRI>(n, static_cast<int>(x.size()));
-  for (int i = 0; i < n; ++i)
-    for (int j = 0; j < n; ++j) {
-      TNT::CVector* w = set->GetWeights(i, j);
-      for (int k = 0; k < w->size(); ++k) (*w)[k] = fit.weights[static_cast<size_t>(k)];
-    }
-  set->GetFrequencies() = x;
-  for (int k : fit.support) set->GetSupportFrequencies().push_back(x[static_cast<size_t>(k)]);
-  std::sort(set->GetSupportFrequencies().begin(), set->GetSupportFrequencies().end());
-  set->GetFitErrors() = fit.errors;
-  return set;
 }
 
 }  // namespace nd

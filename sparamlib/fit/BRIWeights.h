@@ -14,7 +14,6 @@
 #include "core/AString.h"
 #include "math/matrix/MatrixOps.h"
 
-class CNetworkDataSolution;
 class InterpolateBRI;
 
 namespace nd {
@@ -49,11 +48,5 @@ BarycentricFit FitBarycentricWeights(const std::vector<double>& x,
 BarycentricFit FitBarycentricData(const std::vector<double>& x,
                                   const std::vector<AComplex<double>>& F, size_t entries,
                                   const BRIFitOptions& options = {});
-
-// The weight set of a solution's solved points; null (with the reason in
-// `why`) when the solution has no points or a point has no n x n S.
-std::unique_ptr<InterpolateBRI> ComputeBRIWeights(CNetworkDataSolution& solution,
-                                                  const BRIFitOptions& options = {},
-                                                  AString* why = nullptr);
 
 }  // namespace nd

@@ -1,10 +1,10 @@
 // Copying, layout and stored form of a barycentric weight set.
-#include "sparamlib/InterpolateBRI.h"
+#include "sparamlib/fit/InterpolateBRI.h"
 
 #include <utility>
 
 #include "core/Assert.h"
-#include "sparamlib/BlockMatrixIO.h"
+#include "sparamlib/data/BlockMatrixIO.h"
 
 InterpolateBRI::InterpolateBRI(int n, int length) : m_N(n) {
   m_Weights.resize(static_cast<size_t>(n) * static_cast<size_t>(n));

@@ -1,17 +1,17 @@
 // Citifile writing and reading. The format stores data array by array (all
 // frequencies of S[1,1], then of S[1,2], ...), so the writer gathers the
 // matrices first and the reader builds the points once every array is in.
-#include "sparamlib/Citifile.h"
+#include "sparamlib/formats/Citifile.h"
 
 #include <cmath>
 #include <map>
 #include <optional>
 
 #include "core/TokenOstream.h"
-#include "sparamlib/LineReader.h"
-#include "sparamlib/NetworkDataUtilities.h"
-#include "sparamlib/NetworkModalData.h"
-#include "sparamlib/NumberFormat.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/formats/LineReader.h"
+#include "sparamlib/formats/NetworkDataUtilities.h"
+#include "sparamlib/formats/NumberFormat.h"
 
 namespace nd {
 namespace {

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "core/AString.h"
-#include "sparamlib/NetworkDataTypes.h"
-#include "sparamlib/NetworkModalSolution.h"
+#include "sparamlib/data/NetworkDataTypes.h"
+#include "sparamlib/solution/NetworkModalSolution.h"
 
 namespace nd {
 

@@ -1,5 +1,5 @@
 // Block-wise line reading and number tokens for the network-file readers.
-#include "sparamlib/LineReader.h"
+#include "sparamlib/formats/LineReader.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,17 +1,17 @@
 // MATLAB m-file export: a header pass that declares every array with zeros,
 // then a data pass that assigns one frequency slice per line.
-#include "sparamlib/MatlabExportVisitor.h"
+#include "sparamlib/formats/MatlabExportVisitor.h"
 
-#include "sparamlib/NumberFormat.h"
+#include "sparamlib/formats/NumberFormat.h"
 
 #include <cmath>
 #include <cstdio>
 #include <string>
 
 #include "core/Assert.h"
-#include "sparamlib/NetworkDataTypes.h"
-#include "sparamlib/NetworkModalData.h"
-#include "sparamlib/NetworkModalSolution.h"
+#include "sparamlib/data/NetworkDataTypes.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/solution/NetworkModalSolution.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "core/TokenOstream.h"
-#include "sparamlib/DesignVariation.h"
-#include "sparamlib/NetworkDataSolution.h"
+#include "sparamlib/solution/DesignVariation.h"
+#include "sparamlib/solution/NetworkDataSolution.h"
 
 class CMatlabExportVisitor {
  public:

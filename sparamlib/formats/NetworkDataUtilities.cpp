@@ -2,7 +2,7 @@
 // reused buffer by the printf-identical number formatter and handed to the
 // token stream in one piece: formatting numbers is most of an export's work,
 // and going through printf for each would multiply it.
-#include "sparamlib/NetworkDataUtilities.h"
+#include "sparamlib/formats/NetworkDataUtilities.h"
 
 #include <algorithm>
 #include <cmath>
@@ -14,9 +14,9 @@
 #include <string_view>
 
 #include "core/TokenOstream.h"
-#include "sparamlib/NetworkModalData.h"
-#include "sparamlib/NetworkModalSolution.h"
-#include "sparamlib/NumberFormat.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/formats/NumberFormat.h"
+#include "sparamlib/solution/NetworkModalSolution.h"
 
 namespace nd {
 namespace {

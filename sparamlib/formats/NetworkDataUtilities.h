@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "core/AString.h"
-#include "sparamlib/DesignVariation.h"
-#include "sparamlib/NetworkDataSolution.h"
-#include "sparamlib/NetworkDataTypes.h"
+#include "sparamlib/data/NetworkDataTypes.h"
+#include "sparamlib/solution/DesignVariation.h"
+#include "sparamlib/solution/NetworkDataSolution.h"
 
 namespace nd {
 

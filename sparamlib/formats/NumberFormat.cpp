@@ -2,7 +2,7 @@
 // correctly rounded digits (the same digits glibc prints, ties to even on the
 // exact binary value), and the C rules for %G and %E are applied here. Up to
 // 15 digits most values take a shorter way to the same digits.
-#include "sparamlib/NumberFormat.h"
+#include "sparamlib/formats/NumberFormat.h"
 
 #include <algorithm>
 #include <array>

@@ -1,13 +1,13 @@
 // Spreadsheet export: one header line, then one line per frequency built in
 // a reused buffer.
-#include "sparamlib/TabExport.h"
+#include "sparamlib/formats/TabExport.h"
 
 #include <filesystem>
 #include <string>
 
 #include "core/TokenOstream.h"
-#include "sparamlib/NetworkDataUtilities.h"
-#include "sparamlib/NumberFormat.h"
+#include "sparamlib/formats/NetworkDataUtilities.h"
+#include "sparamlib/formats/NumberFormat.h"
 
 namespace nd {
 

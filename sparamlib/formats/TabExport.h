@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "core/AString.h"
-#include "sparamlib/NetworkDataSolution.h"
-#include "sparamlib/NetworkDataTypes.h"
+#include "sparamlib/data/NetworkDataTypes.h"
+#include "sparamlib/solution/NetworkDataSolution.h"
 
 namespace nd {
 

@@ -3,7 +3,7 @@
 // complete. Plain data lines, the bulk of a big file, are parsed in place
 // in the read buffer (token bounds from byte masks, short decimals by their
 // own exact scanner); every other line goes through Line() one by one.
-#include "sparamlib/TouchstoneReader.h"
+#include "sparamlib/formats/TouchstoneReader.h"
 
 #include <algorithm>
 #include <bit>
@@ -18,8 +18,8 @@
 #include <emmintrin.h>
 #endif
 
-#include "sparamlib/LineReader.h"
-#include "sparamlib/NetworkModalData.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/formats/LineReader.h"
 
 namespace nd {
 namespace {

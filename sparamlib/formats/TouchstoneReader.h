@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "sparamlib/NetworkDataTypes.h"
-#include "sparamlib/NetworkModalSolution.h"
+#include "sparamlib/data/NetworkDataTypes.h"
+#include "sparamlib/solution/NetworkModalSolution.h"
 
 namespace nd {
 

@@ -1,12 +1,12 @@
 // Fitting, self-estimated error and proposals of one sweep range.
-#include "sparamlib/AdaptiveInterp.h"
+#include "sparamlib/interp/AdaptiveInterp.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
 #include "math/matrix/MatrixOps.h"
-#include "sparamlib/BRIWeights.h"
+#include "sparamlib/fit/BRIWeights.h"
 
 namespace {
 

@@ -1,14 +1,15 @@
 // Barycentric evaluation of S from stored weights.
-#include "sparamlib/BRIInterpolateVisitor.h"
+#include "sparamlib/interp/BRIInterpolateVisitor.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <iterator>
 #include <vector>
 
-#include "sparamlib/FxemModalData.h"
-#include "sparamlib/FxemModalSolution.h"
-#include "sparamlib/InterpolateBRI.h"
-#include "sparamlib/NevilleInterpolateVisitor.h"
+#include "sparamlib/data/FxemModalData.h"
+#include "sparamlib/fit/InterpolateBRI.h"
+#include "sparamlib/interp/FxemModalSolution.h"
+#include "sparamlib/interp/NevilleInterpolateVisitor.h"
 
 namespace {
 
@@ -140,3 +141,39 @@ bool CBRIInterpolateVisitor::Visit(CNetworkModalSolution& solution, CNetworkModa
   target = std::move(candidate);
   return true;
 }
+
+namespace nd {
+
+std::unique_ptr<InterpolateBRI> ComputeBRIWeights(CNetworkDataSolution& solution,
+                                                  const BRIFitOptions& options, AString* why) {
+  const int n = solution.GetNumPorts();
+  std::vector<double> x;
+  std::vector<const TNT::CMatrix*> values;
+  for (const auto& [f, point] : solution.GetFrequencyMap()) {
+    const TNT::CMatrix* s = point->GetSMatrix(true);
+    if (!s || s->num_rows() != n || s->num_cols() != n || n < 1) {
+      if (why) *why = AString::Format("the point at %.17g Hz has no %d x %d S matrix", f, n, n);
+      return nullptr;
+    }
+    x.push_back(f);
+    values.push_back(s);
+  }
+  if (x.empty()) {
+    if (why) *why = "the solution has no solved points";
+    return nullptr;
+  }
+  const BarycentricFit fit = FitBarycentricWeights(x, values, options);
+  auto set = std::make_unique<InterpolateBRI>(n, static_cast<int>(x.size()));
+  for (int i = 0; i < n; ++i)
+    for (int j = 0; j < n; ++j) {
+      TNT::CVector* w = set->GetWeights(i, j);
+      for (int k = 0; k < w->size(); ++k) (*w)[k] = fit.weights[static_cast<size_t>(k)];
+    }
+  set->GetFrequencies() = x;
+  for (int k : fit.support) set->GetSupportFrequencies().push_back(x[static_cast<size_t>(k)]);
+  std::sort(set->GetSupportFrequencies().begin(), set->GetSupportFrequencies().end());
+  set->GetFitErrors() = fit.errors;
+  return set;
+}
+
+}  // namespace nd

@@ -4,7 +4,13 @@
 // points are interpolated by the three-point Lagrange rule.
 #pragma once
 
-#include "sparamlib/InterpolateVisitor.h"
+#include <memory>
+
+#include "core/AString.h"
+#include "sparamlib/fit/BRIWeights.h"
+#include "sparamlib/solution/InterpolateVisitor.h"
+
+class InterpolateBRI;
 
 class CBRIInterpolateVisitor : public CInterpolateVisitor {
  public:
@@ -12,3 +18,13 @@ class CBRIInterpolateVisitor : public CInterpolateVisitor {
   bool Visit(CNetworkModalSolution& solution, CNetworkModalData& target) override;
   bool Visit(CNetworkDataSolution& solution, CNetworkData& target) override;
 };
+
+namespace nd {
+
+// The weight set of a solution's solved points; null (with the reason in
+// `why`) when the solution has no points or a point has no n x n S.
+std::unique_ptr<InterpolateBRI> ComputeBRIWeights(CNetworkDataSolution& solution,
+                                                  const BRIFitOptions& options = {},
+                                                  AString* why = nullptr);
+
+}  // namespace nd

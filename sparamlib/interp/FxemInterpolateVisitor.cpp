@@ -1,10 +1,10 @@
 // Delegation of solver solutions to their sweep's interpolator.
-#include "sparamlib/FxemInterpolateVisitor.h"
+#include "sparamlib/interp/FxemInterpolateVisitor.h"
 
 #include "core/Assert.h"
-#include "sparamlib/FxemInterpolator.h"
-#include "sparamlib/FxemModalData.h"
-#include "sparamlib/FxemModalSolution.h"
+#include "sparamlib/data/FxemModalData.h"
+#include "sparamlib/interp/FxemInterpolator.h"
+#include "sparamlib/interp/FxemModalSolution.h"
 
 bool CFxemInterpolateVisitor::Visit(CNetworkDataSolution& solution, CNetworkData& target) {
   auto* fxem = dynamic_cast<CFxemModalSolution*>(&solution);

@@ -2,7 +2,7 @@
 // solver's own interpolator (the interpolating sweep that produced it).
 #pragma once
 
-#include "sparamlib/InterpolateVisitor.h"
+#include "sparamlib/solution/InterpolateVisitor.h"
 
 class CFxemInterpolateVisitor : public CInterpolateVisitor {
  public:

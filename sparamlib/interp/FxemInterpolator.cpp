@@ -1,11 +1,11 @@
 // Samples of solver points and their interpolation.
-#include "sparamlib/FxemInterpolator.h"
+#include "sparamlib/interp/FxemInterpolator.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "sparamlib/FxemModalData.h"
-#include "sparamlib/FxemModalSolution.h"
+#include "sparamlib/data/FxemModalData.h"
+#include "sparamlib/interp/FxemModalSolution.h"
 
 CFxemInterpolator::CFxemInterpolator(int ports, int maxSubRangeBasisSize, int minNumSubRanges)
     : CPartitionedRangeInterpolator(ports, maxSubRangeBasisSize, minNumSubRanges) {}

@@ -4,7 +4,7 @@
 // built anywhere in the band has all three.
 #pragma once
 
-#include "sparamlib/PartitionedRangeInterpolator.h"
+#include "sparamlib/interp/PartitionedRangeInterpolator.h"
 
 class CFxemModalSolution;
 class CFxemModalData;

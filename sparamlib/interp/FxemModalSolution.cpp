@@ -1,9 +1,9 @@
 // The solver's modal solution: solver points, the solver visit and the
 // sweep's interpolator.
-#include "sparamlib/FxemModalSolution.h"
+#include "sparamlib/interp/FxemModalSolution.h"
 
-#include "sparamlib/FxemModalData.h"
-#include "sparamlib/InterpolateVisitor.h"
+#include "sparamlib/data/FxemModalData.h"
+#include "sparamlib/solution/InterpolateVisitor.h"
 
 namespace {
 constexpr const char* kInterpolatorKey = "SweepInterpolator";

@@ -7,8 +7,8 @@
 
 #include <memory>
 
-#include "sparamlib/FxemInterpolator.h"
-#include "sparamlib/NetworkModalSolution.h"
+#include "sparamlib/interp/FxemInterpolator.h"
+#include "sparamlib/solution/NetworkModalSolution.h"
 
 class CFxemModalSolution : public CNetworkModalSolution {
  public:

@@ -1,14 +1,14 @@
 // Entry-wise rational interpolation of S and Lagrange interpolation of port
 // vectors.
-#include "sparamlib/NevilleInterpolateVisitor.h"
+#include "sparamlib/interp/NevilleInterpolateVisitor.h"
 
 #include <algorithm>
 #include <cmath>
 #include <iterator>
 
-#include "sparamlib/FxemModalData.h"
-#include "sparamlib/FxemModalSolution.h"
-#include "sparamlib/NetworkModalData.h"
+#include "sparamlib/data/FxemModalData.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/interp/FxemModalSolution.h"
 
 namespace nd {
 namespace {

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "core/AComplex.h"
-#include "sparamlib/InterpolateVisitor.h"
 #include "math/matrix/MatrixOps.h"
+#include "sparamlib/solution/InterpolateVisitor.h"
 
 namespace nd {
 

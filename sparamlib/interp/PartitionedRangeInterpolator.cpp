@@ -1,6 +1,6 @@
 // Range bookkeeping, the next-frequency choice and the stored form of an
 // interpolating sweep.
-#include "sparamlib/PartitionedRangeInterpolator.h"
+#include "sparamlib/interp/PartitionedRangeInterpolator.h"
 
 #include <algorithm>
 #include <cfloat>

@@ -15,7 +15,7 @@
 
 #include "core/AComplex.h"
 #include "core/Block.h"
-#include "sparamlib/AdaptiveInterp.h"
+#include "sparamlib/interp/AdaptiveInterp.h"
 
 class CPartitionedRangeInterpolator {
  public:

@@ -1,5 +1,5 @@
 // A differential pair of terminals and its stored "Pair" block.
-#include "sparamlib/FxemDifferentialPair.h"
+#include "sparamlib/solution/FxemDifferentialPair.h"
 
 std::unique_ptr<CFxemDifferentialPair> CFxemDifferentialPair::Clone() const {
   return std::make_unique<CFxemDifferentialPair>(*this);

@@ -1,5 +1,5 @@
 // Stored form of a matrix entry.
-#include "sparamlib/MatrixEntry.h"
+#include "sparamlib/solution/MatrixEntry.h"
 
 int CMatrixEntry::ReadFromBlock(const io::CBlock& block) {
   int result = io::kReadOk;

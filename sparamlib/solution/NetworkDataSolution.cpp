@@ -1,15 +1,12 @@
 // Frequency lookup, point ownership, matrix entries and the stored form of a
 // network data solution.
-#include "sparamlib/NetworkDataSolution.h"
+#include "sparamlib/solution/NetworkDataSolution.h"
 
 #include <algorithm>
 
 #include "core/Assert.h"
-#include "sparamlib/BRIInterpolateVisitor.h"
-#include "sparamlib/FxemInterpolateVisitor.h"
-#include "sparamlib/InterpolateBRI.h"
-#include "sparamlib/InterpolateVisitor.h"
-#include "sparamlib/NevilleInterpolateVisitor.h"
+#include "sparamlib/fit/InterpolateBRI.h"
+#include "sparamlib/solution/InterpolateVisitor.h"
 
 namespace {
 
@@ -134,24 +131,6 @@ CNetworkData* CNetworkDataSolution::Interpolate(CInterpolateVisitor& visitor, do
 
 bool CNetworkDataSolution::Accept(CInterpolateVisitor& visitor, CNetworkData& target) {
   return visitor.Visit(*this, target);
-}
-
-std::unique_ptr<CInterpolateVisitor> CNetworkDataSolution::MakeInterpolateVisitor() const {
-  switch (m_SolutionType) {
-    case DiscreteSweep:
-      if (!CanInterpolateDiscrete()) return nullptr;
-      return std::make_unique<CNevilleInterpolateVisitor>();
-    case InterpolateNeville:
-      return std::make_unique<CNevilleInterpolateVisitor>();
-    case InterpolateBRI:
-      return std::make_unique<CBRIInterpolateVisitor>();
-    case FxemFastSweep:
-    case FxemInterpolatingSweep:
-      return std::make_unique<CFxemInterpolateVisitor>();
-    default:
-      // The state-space fit is not available.
-      return nullptr;
-  }
 }
 
 // ---- Matrix entries -------------------------------------------------------

@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "core/Block.h"
-#include "sparamlib/MatrixEntry.h"
-#include "sparamlib/NetworkData.h"
-#include "sparamlib/NetworkDataOwner.h"
-#include "sparamlib/NetworkPostprocSetup.h"
-#include "sparamlib/NoiseDataSolution.h"
+#include "sparamlib/data/NetworkData.h"
+#include "sparamlib/data/NetworkDataOwner.h"
+#include "sparamlib/solution/MatrixEntry.h"
+#include "sparamlib/solution/NetworkPostprocSetup.h"
+#include "sparamlib/solution/NoiseDataSolution.h"
 
 class CInterpolateVisitor;
 class InterpolateBRI;

@@ -1,8 +1,8 @@
 // Modal solutions: modal points and the modal visit of the interpolators.
-#include "sparamlib/NetworkModalSolution.h"
+#include "sparamlib/solution/NetworkModalSolution.h"
 
-#include "sparamlib/InterpolateVisitor.h"
-#include "sparamlib/NetworkModalData.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/solution/InterpolateVisitor.h"
 
 std::unique_ptr<CNetworkDataSolution> CNetworkModalSolution::Clone() const {
   return std::make_unique<CNetworkModalSolution>(*this);

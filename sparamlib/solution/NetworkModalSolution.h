@@ -2,7 +2,7 @@
 // (port impedances and propagation constants per mode).
 #pragma once
 
-#include "sparamlib/NetworkDataSolution.h"
+#include "sparamlib/solution/NetworkDataSolution.h"
 
 class CNetworkModalSolution : public CNetworkDataSolution {
  public:

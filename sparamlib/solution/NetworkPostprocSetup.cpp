@@ -1,6 +1,6 @@
 // The post-processing choices of one solution's network data and their
 // stored form.
-#include "sparamlib/NetworkPostprocSetup.h"
+#include "sparamlib/solution/NetworkPostprocSetup.h"
 
 #include "core/Clone.h"
 

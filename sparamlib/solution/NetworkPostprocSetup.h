@@ -10,7 +10,7 @@
 #include "core/AComplex.h"
 #include "core/Block.h"
 #include "math/matrix/Vector.h"
-#include "sparamlib/FxemDifferentialPair.h"
+#include "sparamlib/solution/FxemDifferentialPair.h"
 
 class CNetworkPostprocSetup {
  public:

@@ -1,5 +1,5 @@
 // Noise parameters over frequency and their stored form.
-#include "sparamlib/NoiseDataSolution.h"
+#include "sparamlib/solution/NoiseDataSolution.h"
 
 CNoiseDataSolution::CNoiseDataSolution(const CNoiseDataSolution& other) { *this = other; }
 

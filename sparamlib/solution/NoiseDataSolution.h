@@ -5,7 +5,7 @@
 #include <map>
 #include <memory>
 
-#include "sparamlib/NoiseData.h"
+#include "sparamlib/data/NoiseData.h"
 
 class CNoiseDataSolution {
  public:

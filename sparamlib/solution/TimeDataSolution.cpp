@@ -1,5 +1,5 @@
 // Time-domain solutions: their two settings and stored form.
-#include "sparamlib/TimeDataSolution.h"
+#include "sparamlib/solution/TimeDataSolution.h"
 
 std::unique_ptr<CNetworkDataSolution> CTimeDataSolution::Clone() const {
   return std::make_unique<CTimeDataSolution>(*this);

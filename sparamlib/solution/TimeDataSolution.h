@@ -2,7 +2,7 @@
 // time response and a real port termination of its own.
 #pragma once
 
-#include "sparamlib/NetworkDataSolution.h"
+#include "sparamlib/solution/NetworkDataSolution.h"
 
 class CTimeDataSolution : public CNetworkDataSolution {
  public:

@@ -8,8 +8,8 @@
 #include <random>
 #include <string>
 
-#include "sparamlib/NetworkDataUtilities.h"
-#include "sparamlib/NetworkModalData.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/formats/NetworkDataUtilities.h"
 #include "support/SampleProject.h"
 
 namespace {

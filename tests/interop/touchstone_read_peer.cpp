@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <string>
 
-#include "sparamlib/NetworkModalData.h"
-#include "sparamlib/TouchstoneReader.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/formats/TouchstoneReader.h"
 
 int main(int argc, char** argv) {
   for (int a = 1; a < argc; ++a) {

@@ -7,7 +7,7 @@
 #include <fstream>
 
 #include "product/ConvertCommand.h"
-#include "sparamlib/NetworkModalData.h"
+#include "sparamlib/data/NetworkModalData.h"
 #include "support/RandomNetwork.h"
 #include "support/SampleProject.h"
 

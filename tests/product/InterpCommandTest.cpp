@@ -9,7 +9,7 @@
 
 #include "product/InfoCommand.h"
 #include "product/InterpCommand.h"
-#include "sparamlib/InterpolateBRI.h"
+#include "sparamlib/fit/InterpolateBRI.h"
 #include "support/SampleProject.h"
 
 namespace {

@@ -2,7 +2,7 @@
 // data points.
 #pragma once
 
-#include "sparamlib/NetworkDataOwner.h"
+#include "sparamlib/data/NetworkDataOwner.h"
 
 namespace testing_support {
 

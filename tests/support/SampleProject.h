@@ -5,8 +5,8 @@
 #include <random>
 
 #include "product/Project.h"
-#include "sparamlib/FxemModalSolution.h"
-#include "sparamlib/NetworkModalData.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/interp/FxemModalSolution.h"
 
 namespace testing_support {
 

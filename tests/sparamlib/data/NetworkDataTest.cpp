@@ -3,7 +3,7 @@
 
 #include <sstream>
 
-#include "sparamlib/FxemModalData.h"
+#include "sparamlib/data/FxemModalData.h"
 #include "support/AssertCapture.h"
 #include "support/FixedPorts.h"
 #include "support/RandomNetwork.h"

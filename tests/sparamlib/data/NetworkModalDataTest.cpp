@@ -1,9 +1,9 @@
 // Modal points: port vectors, copies and kinds.
 #include <gtest/gtest.h>
 
-#include "sparamlib/BlockMatrixIO.h"
-#include "sparamlib/FxemModalData.h"
-#include "sparamlib/NetworkDataVisitor.h"
+#include "sparamlib/data/BlockMatrixIO.h"
+#include "sparamlib/data/FxemModalData.h"
+#include "sparamlib/data/NetworkDataVisitor.h"
 #include "support/FixedPorts.h"
 
 using testing_support::FixedPorts;

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "core/BlockText.h"
-#include "sparamlib/NoiseData.h"
+#include "sparamlib/data/NoiseData.h"
 
 TEST(NoiseData, AssignmentKeepsTheTargetsOwnerAndStoresFiveRealsInOrder) {
   auto* ownerA = reinterpret_cast<CNoiseDataSolution*>(0x1000);

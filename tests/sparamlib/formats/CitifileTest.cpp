@@ -10,9 +10,9 @@
 
 #include <unistd.h>
 
-#include "sparamlib/Citifile.h"
-#include "sparamlib/NetworkModalData.h"
-#include "sparamlib/TabExport.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/formats/Citifile.h"
+#include "sparamlib/formats/TabExport.h"
 #include "support/RandomNetwork.h"
 #include "support/SampleProject.h"
 

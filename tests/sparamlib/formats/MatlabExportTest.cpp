@@ -10,10 +10,10 @@
 
 #include <unistd.h>
 
-#include "sparamlib/InterpolateVisitor.h"
-#include "sparamlib/MatlabExportVisitor.h"
-#include "sparamlib/NetworkModalData.h"
-#include "sparamlib/NetworkModalSolution.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/formats/MatlabExportVisitor.h"
+#include "sparamlib/solution/InterpolateVisitor.h"
+#include "sparamlib/solution/NetworkModalSolution.h"
 
 namespace {
 

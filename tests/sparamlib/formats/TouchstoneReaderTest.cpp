@@ -17,10 +17,10 @@
 
 #include <unistd.h>
 
-#include "sparamlib/LineReader.h"
-#include "sparamlib/NetworkDataUtilities.h"
-#include "sparamlib/NetworkModalData.h"
-#include "sparamlib/TouchstoneReader.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/formats/LineReader.h"
+#include "sparamlib/formats/NetworkDataUtilities.h"
+#include "sparamlib/formats/TouchstoneReader.h"
 #include "support/RandomNetwork.h"
 #include "support/SampleProject.h"
 

@@ -18,10 +18,10 @@
 
 #include <unistd.h>
 
-#include "sparamlib/NetworkDataUtilities.h"
-#include "sparamlib/NetworkModalData.h"
-#include "sparamlib/NetworkModalSolution.h"
-#include "sparamlib/NumberFormat.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/formats/NetworkDataUtilities.h"
+#include "sparamlib/formats/NumberFormat.h"
+#include "sparamlib/solution/NetworkModalSolution.h"
 #include "support/AssertCapture.h"
 #include "support/SampleProject.h"
 

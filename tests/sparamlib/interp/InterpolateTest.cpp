@@ -9,13 +9,13 @@
 #include <cstdio>
 #include <fstream>
 
-#include "sparamlib/BRIInterpolateVisitor.h"
-#include "sparamlib/BRIWeights.h"
-#include "sparamlib/InterpolateBRI.h"
-#include "sparamlib/NetworkDataUtilities.h"
-#include "sparamlib/NetworkModalData.h"
-#include "sparamlib/NetworkModalSolution.h"
-#include "sparamlib/NevilleInterpolateVisitor.h"
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/fit/BRIWeights.h"
+#include "sparamlib/fit/InterpolateBRI.h"
+#include "sparamlib/formats/NetworkDataUtilities.h"
+#include "sparamlib/interp/BRIInterpolateVisitor.h"
+#include "sparamlib/interp/NevilleInterpolateVisitor.h"
+#include "sparamlib/solution/NetworkModalSolution.h"
 #include "support/AssertCapture.h"
 #include "support/CoupledResonatorFilter.h"
 #include "support/SampleProject.h"

@@ -6,8 +6,8 @@
 
 #include <cstdlib>
 
-#include "sparamlib/FxemModalData.h"
-#include "sparamlib/FxemModalSolution.h"
+#include "sparamlib/data/FxemModalData.h"
+#include "sparamlib/interp/FxemModalSolution.h"
 #include "support/CoupledResonatorFilter.h"
 
 namespace {

@@ -4,9 +4,9 @@
 #include <cmath>
 
 #include "core/BlockText.h"
-#include "sparamlib/FxemModalData.h"
-#include "sparamlib/FxemModalSolution.h"
-#include "sparamlib/TimeDataSolution.h"
+#include "sparamlib/data/FxemModalData.h"
+#include "sparamlib/interp/FxemModalSolution.h"
+#include "sparamlib/solution/TimeDataSolution.h"
 #include "support/AssertCapture.h"
 
 using TNT::CMatrix;

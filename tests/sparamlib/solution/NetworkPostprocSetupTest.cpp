@@ -5,7 +5,7 @@
 #include <string>
 
 #include "core/BlockText.h"
-#include "sparamlib/NetworkPostprocSetup.h"
+#include "sparamlib/solution/NetworkPostprocSetup.h"
 #include "support/AssertCapture.h"
 
 using PSetup = CNetworkPostprocSetup;  // gtest's Test already has a Setup
