@@ -47,6 +47,12 @@ Complex ComplexSqrt(const Complex& z);
 // convergence), leaving the outputs unchanged.
 int ComputeEigenVectorsAndValues(const CMatrix& mat, CVector& values, CMatrix& vectors);
 
+// The generalized eigenvalues lambda_k = alpha_k / beta_k of the pencil
+// A - lambda B (both n x n), through LAPACK's zggev; beta_k = 0 marks an
+// infinite eigenvalue. Returns 0, 1 for non-finite input, or LAPACK's code;
+// the outputs are untouched on failure.
+int ComputeGeneralizedEigenvalues(const CMatrix& A, const CMatrix& B, CVector& alpha, CVector& beta);
+
 // out[e] = a[0] * x[0][e] + ... + a[terms-1] * x[terms-1][e] for e < count,
 // summed in that order from zero; vectorised where the CPU allows, with the
 // same bits either way.

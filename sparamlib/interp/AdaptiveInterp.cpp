@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "math/matrix/MatrixOps.h"
-#include "sparamlib/fit/BRIWeights.h"
+#include "sparamlib/fit/RationalFit.h"
 
 namespace {
 
@@ -60,7 +60,7 @@ std::vector<CAdaptiveInterp::Complex> CAdaptiveInterp::Fit() const {
   std::vector<Complex> F(K * N);
   for (size_t e = 0; e < K; ++e)
     for (size_t k = 0; k < N; ++k) F[e * N + k] = m_Samples[k][e] * m_Scales[e];
-  return nd::FitBarycentricData(m_X, F, K).weights;
+  return nd::FitRational(m_X, F, K).weights;
 }
 
 void CAdaptiveInterp::Refit(size_t added) {

@@ -145,7 +145,7 @@ bool CBRIInterpolateVisitor::Visit(CNetworkModalSolution& solution, CNetworkModa
 namespace nd {
 
 std::unique_ptr<InterpolateBRI> ComputeBRIWeights(CNetworkDataSolution& solution,
-                                                  const BRIFitOptions& options, AString* why) {
+                                                  const RationalFitOptions& options, AString* why) {
   const int n = solution.GetNumPorts();
   std::vector<double> x;
   std::vector<const TNT::CMatrix*> values;
@@ -162,7 +162,7 @@ std::unique_ptr<InterpolateBRI> ComputeBRIWeights(CNetworkDataSolution& solution
     if (why) *why = "the solution has no solved points";
     return nullptr;
   }
-  const BarycentricFit fit = FitBarycentricWeights(x, values, options);
+  const RationalFit fit = FitBarycentricWeights(x, values, options);
   auto set = std::make_unique<InterpolateBRI>(n, static_cast<int>(x.size()));
   for (int i = 0; i < n; ++i)
     for (int j = 0; j < n; ++j) {

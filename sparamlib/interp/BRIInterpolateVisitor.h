@@ -24,7 +24,7 @@ namespace nd {
 // The weight set of a solution's solved points; null (with the reason in
 // `why`) when the solution has no points or a point has no n x n S.
 std::unique_ptr<InterpolateBRI> ComputeBRIWeights(CNetworkDataSolution& solution,
-                                                  const BRIFitOptions& options = {},
+                                                  const RationalFitOptions& options = {},
                                                   AString* why = nullptr);
 
 }  // namespace nd
