@@ -26,6 +26,8 @@ std::unique_ptr<CProject> NewSweepProject(const SweepSettings& settings, int por
   variation.AddDesignVariable("stop", Number(settings.stop));
   variation.AddDesignVariable("tolerance", Number(settings.tolerance));
   variation.AddDesignVariable("max_solves", std::to_string(settings.maxSolves));
+  variation.AddDesignVariable("min_solves", std::to_string(settings.minSolves));
+  variation.AddDesignVariable("max_step", Number(settings.maxStep));
   auto solution = std::make_unique<CFxemModalSolution>("Sweep");
   solution->SetSolutionType(CNetworkDataSolution::FxemInterpolatingSweep);
   for (int k = 0; k < ports; ++k) {
@@ -36,6 +38,7 @@ std::unique_ptr<CProject> NewSweepProject(const SweepSettings& settings, int por
   auto interpolator = std::make_unique<CFxemInterpolator>(ports);
   interpolator->SetBand(settings.start, settings.stop);
   interpolator->SetErrorTolerance(settings.tolerance);
+  interpolator->SetGuards(settings.minSolves, settings.maxStep);
   solution->SetInterpolator(std::move(interpolator));
   variation.AddSolution(std::move(solution));
   return project;
@@ -51,10 +54,13 @@ bool FindSweep(CProject& project, SweepSettings& settings, CFxemModalSolution*& 
       for (const auto& [name, value] : v->GetDesignVariables()) {
         if (name == "solver") settings.solver = value;
         if (name == "max_solves") settings.maxSolves = std::atoi(value.c_str());
+        if (name == "min_solves") settings.minSolves = std::atoi(value.c_str());
+        if (name == "max_step") settings.maxStep = std::strtod(value.c_str(), nullptr);
       }
       settings.start = s->GetInterpolator()->GetLowSampleFreq();
       settings.stop = s->GetInterpolator()->GetHighSampleFreq();
       settings.tolerance = s->GetInterpolator()->GetErrorTolerance();
+      s->GetInterpolator()->SetGuards(settings.minSolves, settings.maxStep);
       solution = s;
       return true;
     }
@@ -80,8 +86,16 @@ SweepOutcome RunSweep(CProject& project, CFxemModalSolution& solution, const Swe
     int status = 0;
     double tolerance = 0.0;
     const double f = interp.GetNextFrequency(status, tolerance);
-    if (status != CPartitionedRangeInterpolator::kFrequencyProposed)
-      return stop(SweepOutcome::Converged, "error goal met on every range");
+    if (status != CPartitionedRangeInterpolator::kFrequencyProposed) {
+      if (interp.CheckAllRanges()) return stop(SweepOutcome::Converged, "error goal met on every range");
+      if (interp.AtNoiseFloor()) {
+        return stop(SweepOutcome::NoiseFloor,
+                    AString::Format("the solver's data scatter by about %.2g, so the goal %.2g cannot be met; "
+                                    "more solves would only follow the scatter",
+                                    interp.GetNoiseEstimate(), settings.tolerance));
+      }
+      return stop(SweepOutcome::Stuck, "no range can propose a frequency; stopped");
+    }
     if (solution.GetNumFrequencies() >= settings.maxSolves) {
       return stop(SweepOutcome::BudgetSpent,
                   "solve budget of " + std::to_string(settings.maxSolves) + " spent before the error goal was met");
@@ -123,15 +137,40 @@ SweepOutcome RunSweep(CProject& project, CFxemModalSolution& solution, const Swe
   }
 }
 
+int ExitStatus(const SweepOutcome& outcome) {
+  switch (outcome.stop) {
+    case SweepOutcome::Converged:
+      return 0;
+    case SweepOutcome::BudgetSpent:
+      return 3;
+    case SweepOutcome::NoiseFloor:
+      return 4;
+    case SweepOutcome::Interrupted:
+      return 130;
+    default:
+      return 1;
+  }
+}
+
 void PrintRangeSummary(const CFxemModalSolution& solution, std::ostream& out) {
   const CFxemInterpolator* interp = solution.GetInterpolator();
   if (!interp) return;
   for (int i = 0; i < interp->GetNumRanges(); ++i) {
     const CAdaptiveInterp* r = interp->GetRangeInterpolator(i);
     out << "  " << FormatFrequency(interp->GetRangeLow(i)) << " to " << FormatFrequency(interp->GetRangeHigh(i))
-        << ": " << (r ? r->GetBasisSize() : 0) << " points, estimated error "
-        << AString::Format("%.2g", r ? r->GetErrorEstimate() * r->GetNormalizingMagnitude() : INFINITY)
-        << ((r && r->Check()) ? ", goal met" : ", goal not met") << "\n";
+        << ": " << (r ? r->GetBasisSize() : 0) << " points";
+    if (r && r->Check()) {
+      out << ", estimated error " << AString::Format("%.2g", r->GetErrorEstimate() * r->GetNormalizingMagnitude())
+          << ", goal met\n";
+      continue;
+    }
+    // Not met: the accuracy reached is the larger of the estimate and the
+    // last solve's measured prediction error.
+    out << ", accuracy reached about "
+        << AString::Format("%.2g", r ? r->GetReachedAccuracy() * r->GetNormalizingMagnitude() : INFINITY);
+    if (r && r->AtNoiseFloor())
+      out << ", data scatter about " << AString::Format("%.2g", r->GetNoiseEstimate() * r->GetNormalizingMagnitude());
+    out << ", goal not met\n";
   }
 }
 

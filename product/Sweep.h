@@ -25,6 +25,8 @@ struct SweepSettings {
   double start = 0.0, stop = 0.0;  // Hz
   double tolerance = 1e-3;         // largest error of any S entry
   int maxSolves = 100;
+  int minSolves = 0;     // guard: at least this many solves in the band (0: none)
+  double maxStep = 0.0;  // guard: no gap between solves wider than this (Hz; 0: none)
 };
 
 // A project holding one variation with an empty sweep solution for
@@ -36,7 +38,7 @@ bool FindSweep(CProject& project, SweepSettings& settings, CFxemModalSolution*& 
                std::string* why);
 
 struct SweepOutcome {
-  enum Stop { Converged, BudgetSpent, SolverFailed, SaveFailed, Interrupted, Stuck } stop = Converged;
+  enum Stop { Converged, BudgetSpent, NoiseFloor, SolverFailed, SaveFailed, Interrupted, Stuck } stop = Converged;
   int solvesThisRun = 0;
   std::string message;  // why it stopped, for the user
 };
@@ -48,8 +50,13 @@ SweepOutcome RunSweep(CProject& project, CFxemModalSolution& solution, const Swe
                       const std::filesystem::path& path, ISweepSolver& solver, std::ostream& progress,
                       const std::atomic<bool>* interrupt = nullptr);
 
+// The exit status of `sparam sweep` for an outcome: 0 goal met on every
+// range, 1 the work failed (solver, save, a stuck proposal), 3 budget spent,
+// 4 the data's scatter keeps the goal out of reach, 130 interrupted.
+int ExitStatus(const SweepOutcome& outcome);
+
 // One line per range: its band, its estimated largest error of S and
-// whether it met the goal.
+// whether it met the goal (or the scatter that stopped it).
 void PrintRangeSummary(const CFxemModalSolution& solution, std::ostream& out);
 
 }  // namespace sparam

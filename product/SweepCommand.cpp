@@ -99,6 +99,25 @@ bool ParseBand(const SweepCommandOptions& o, const CDevice* device, SweepSetting
   return true;
 }
 
+// The guards of the command line; on a resumed sweep only those given
+// replace the stored ones.
+bool ParseGuards(const SweepCommandOptions& o, SweepSettings& s, std::string* why) {
+  if (o.minSolves >= 0) s.minSolves = o.minSolves;
+  if (!o.maxStep.empty()) {
+    const auto step = ParseFrequency(o.maxStep);
+    if (!step || *step <= 0.0) {
+      *why = "expected --max-step FREQUENCY above 0 (e.g. 50MHz), found \"" + o.maxStep + "\"";
+      return false;
+    }
+    s.maxStep = *step;
+  }
+  if (s.maxStep > 0.0 && (s.stop - s.start) / s.maxStep > 100000.0) {
+    *why = "--max-step " + o.maxStep + " would take more than 100000 solves over the band";
+    return false;
+  }
+  return true;
+}
+
 int Report(const SweepOutcome& outcome, const CFxemModalSolution& solution, const fs::path& path,
            std::ostream& out, std::ostream& err) {
   (outcome.stop == SweepOutcome::Converged ? out : err)
@@ -107,9 +126,10 @@ int Report(const SweepOutcome& outcome, const CFxemModalSolution& solution, cons
   out << solution.GetNumFrequencies() << " solves (" << outcome.solvesThisRun << " in this run), saved in "
       << path.string() << "\n";
   PrintRangeSummary(solution, out);
-  if (outcome.stop != SweepOutcome::Converged && outcome.stop != SweepOutcome::SaveFailed)
+  if (outcome.stop != SweepOutcome::Converged && outcome.stop != SweepOutcome::SaveFailed &&
+      outcome.stop != SweepOutcome::NoiseFloor)
     err << "continue with: sparam sweep --resume " << path.string() << "\n";
-  return outcome.stop == SweepOutcome::Converged ? 0 : 1;
+  return ExitStatus(outcome);
 }
 
 }  // namespace
@@ -136,6 +156,8 @@ int RunSweepCommand(const SweepCommandOptions& o, std::ostream& out, std::ostrea
     if (!o.device.empty()) settings.solver = "device:" + o.device;
     if (!o.solver.empty()) settings.solver = "command:" + o.solver;
     if (o.maxSolves > 0) settings.maxSolves = o.maxSolves;
+    if (!ParseGuards(o, settings, &why)) return fail(why);
+    solution->GetInterpolator()->SetGuards(settings.minSolves, settings.maxStep);
     solver = MakeSolver(settings.solver, o.solveTimeout, &why);
     if (!solver) return fail(why);
   } else {
@@ -154,6 +176,7 @@ int RunSweepCommand(const SweepCommandOptions& o, std::ostream& out, std::ostrea
     if (!solver) return fail(why);
     const auto* device = o.device.empty() ? nullptr : &static_cast<DeviceSolver&>(*solver).GetDevice();
     if (!ParseBand(o, device, settings, &why)) return fail(why);
+    if (!ParseGuards(o, settings, &why)) return fail(why);
     int ports = solver->GetNumPorts();
     if (ports <= 0) {
       // An external solver tells its port count with its first answer: the
@@ -168,6 +191,9 @@ int RunSweepCommand(const SweepCommandOptions& o, std::ostream& out, std::ostrea
     AString error;
     if (!project->Save(path, &error)) return fail(error);
   }
+  std::string warning;
+  SubrangeBasisSizeFromEnvironment(50, &warning);
+  if (!warning.empty()) err << "sparam sweep: " << warning << "\n";
   ISweepSolver& used = first ? static_cast<ISweepSolver&>(*first) : *solver;
   err << "sweeping " << used.Describe() << " from " << FormatFrequency(settings.start) << " to "
       << FormatFrequency(settings.stop) << ", goal " << AString::Format("%.2g", settings.tolerance)

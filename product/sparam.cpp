@@ -180,7 +180,12 @@ int main(int argc, char** argv) {
       "Interpolating sweep: solve a built-in device or an external solver at the frequencies a "
       "rational model of the data asks for, until its estimated error meets --tol everywhere in "
       "the band; every point is saved to the project as it arrives, and --resume continues a sweep "
-      "that stopped");
+      "that stopped.\n"
+      "Exit status: 0 the goal is met on every range; 1 the sweep failed (solver, saving, a "
+      "repeated proposal; the reason is printed); 2 usage error; 3 the solve budget was spent "
+      "first; 4 the solver's data scatter too much for the goal (the scatter and the accuracy "
+      "reached per range are printed); 130 interrupted with Ctrl-C. Every status but 2 leaves "
+      "each solved point in the project.");
   sweepCommand->add_option("--device", sweep.device, "built-in device to solve (see sparam devices)");
   sweepCommand->add_option("--solver", sweep.solver,
                            "command of a solver process speaking docs/solver-protocol.md");
@@ -190,6 +195,14 @@ int main(int argc, char** argv) {
       ->default_val(1e-3);
   sweepCommand->add_option("--max-solves", sweep.maxSolves, "solve budget (default 100)")
       ->check(CLI::PositiveNumber);
+  sweepCommand->add_option("--min-solves", sweep.minSolves,
+                           "guard: solve at least this many frequencies in the band, spread where the "
+                           "gaps are widest, even when the goal is met earlier")
+      ->check(CLI::NonNegativeNumber);
+  sweepCommand->add_option("--max-step", sweep.maxStep,
+                           "guard: no gap between solved frequencies wider than this, e.g. 20MHz; a "
+                           "feature narrower than the sampling can be missed by any sampler, this "
+                           "bounds the sampling");
   sweepCommand->add_option("--solve-timeout", sweep.solveTimeout,
                            "seconds an external solver may take per frequency")
       ->default_val(300)->check(CLI::PositiveNumber);

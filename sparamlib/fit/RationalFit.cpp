@@ -14,8 +14,6 @@
 #include <algorithm>
 #include <cmath>
 #include <random>
-#include <cstdio>
-#include <cstdlib>
 
 #include "math/matrix/MatrixOps.h"
 
@@ -223,7 +221,6 @@ bool RemoveSpuriousPoles(const Problem& p, double precision, Model& model, int& 
   for (const Pole& pole : poles) {
     const bool doublet = pole.effect <= kDoubletFactor * precision * p.scale;
     const bool spike = pole.onAxis > kSpikeFactor * p.scale;
-    if (std::getenv("FITDBG")) fprintf(stderr, "pole %g %g effect %g axis %g scale %g prec %g\n", pole.at.re, pole.at.im, pole.effect, pole.onAxis, p.scale, precision);
     if (!doublet && !spike) continue;
     spikes = spikes || spike;
     size_t nearest = 0;
@@ -350,9 +347,14 @@ RationalFit FitRational(const std::vector<double>& x, const std::vector<Complex>
     for (keep = 0; models[keep].worst > kKnee * best; ++keep) {
     }
   }
+  // The scatter is measured on the model with the smallest residual: the
+  // knee model still carries some misfit of the signal.
+  double floorRms = models[keep].rms;
+  for (const Model& candidate : models)
+    if (candidate.worst < models[keep].worst) floorRms = std::min(floorRms, candidate.rms);
   model = models[keep];
   result.noiseLimited = stalled && !converged;
-  result.noise = result.noiseLimited ? model.rms / p.scale : 0.0;
+  result.noise = result.noiseLimited ? floorRms / p.scale : 0.0;
 
   // Poles the data do not support, and poles on or next to the band.
   const double precision = std::max(tolerance, result.noise);
@@ -381,7 +383,10 @@ RationalFit FitRational(const std::vector<double>& x, const std::vector<Complex>
     result.support = model.support;
     for (size_t s = 0; s < model.support.size(); ++s)
       result.weights[static_cast<size_t>(model.support[s])] = model.a[s];
-    for (const Pole& pole : Poles(p, model)) result.poles.push_back(Complex(centre) + pole.at * half);
+    for (const Pole& pole : Poles(p, model)) {
+      result.poles.push_back(Complex(centre) + pole.at * half);
+      result.poleEffects.push_back(pole.effect / p.scale);
+    }
   }
   double largest = 0.0;
   for (const Complex& w : result.weights) largest = std::max(largest, abs(w));

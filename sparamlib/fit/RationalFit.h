@@ -41,6 +41,9 @@ struct RationalFit {
   int removedPoles = 0;   // doublets and poles next to the band that were taken out
   bool fallback = false;  // weights are Floater-Hormann weights over every sample
   std::vector<AComplex<double>> poles;  // poles of the model (x units); empty for the fallback
+  // Per pole: the largest change its term makes at the nearest sample,
+  // relative to the largest |value|.
+  std::vector<double> poleEffects;
 };
 
 // Fits F[e * N + k] (value e at x[k]; x ascending, N = x.size()) for

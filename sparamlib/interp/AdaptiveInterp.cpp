@@ -12,6 +12,21 @@ namespace {
 
 // Points between two samples at which the two models are compared.
 constexpr double kProbeFractions[] = {0.25, 0.5, 0.75};
+// Fits in a row that must stop at a noise floor before the range gives up.
+constexpr size_t kNoiseFits = 4;
+// A goal below this multiple of the measured scatter (rms of the fit's
+// residual) is not claimed: two models that agree within it can both be
+// off by more where the samples scatter.
+constexpr double kNoiseMargin = 10.0;
+// Fewest samples before a noise floor is believed.
+constexpr int kNoiseSamples = 8;
+// The estimate must stay within this share of the goal: it compares two
+// models fitted to nearly the same samples, which can agree and both be
+// off, most of all where the samples scatter.
+constexpr double kEstimateShare = 0.5;
+// A resonance counts as resolved when samples on both sides lie within this
+// many of its half-widths (|Im| of its pole) from its centre.
+constexpr double kResolveWidths = 3.0;
 
 bool Near(double a, double b) { return std::fabs(a - b) <= std::fabs(b) * 1e-12; }
 
@@ -54,13 +69,44 @@ void CAdaptiveInterp::AddSamples(std::vector<std::pair<double, std::vector<Compl
   Refit(0);
 }
 
-std::vector<CAdaptiveInterp::Complex> CAdaptiveInterp::Fit() const {
+std::vector<CAdaptiveInterp::Complex> CAdaptiveInterp::Fit() {
   // One rational model of every value, scaled so that all count alike.
   const size_t N = m_X.size(), K = m_Scales.size();
   std::vector<Complex> F(K * N);
+  double largest = 0.0;
   for (size_t e = 0; e < K; ++e)
-    for (size_t k = 0; k < N; ++k) F[e * N + k] = m_Samples[k][e] * m_Scales[e];
-  return nd::FitRational(m_X, F, K).weights;
+    for (size_t k = 0; k < N; ++k) {
+      F[e * N + k] = m_Samples[k][e] * m_Scales[e];
+      largest = std::max(largest, abs(F[e * N + k]));
+    }
+  nd::RationalFit fit = nd::FitRational(m_X, F, K);
+  // The fit measures scatter relative to its largest value; the range
+  // judges errors relative to its largest |S_ij|.
+  const double noise = fit.noiseLimited && m_Magnitude > 0.0 ? fit.noise * largest / m_Magnitude : 0.0;
+  m_NoiseHistory.push_back(noise);
+  m_PreviousPoles = std::move(m_Poles);
+  m_Poles = std::move(fit.poles);
+  m_PoleEffects = std::move(fit.poleEffects);
+  for (double& e : m_PoleEffects) e = m_Magnitude > 0.0 ? e * largest / m_Magnitude : e;
+  return std::move(fit.weights);
+}
+
+std::vector<double> CAdaptiveInterp::ProbePoints() const {
+  // Fixed fractions of every gap, and where either model is sharp: under
+  // each pole inside the samples and half a width either side of it, so a
+  // narrow peak between two samples is looked at where it is.
+  std::vector<double> probes;
+  const size_t N = m_X.size();
+  for (size_t k = 0; k + 1 < N; ++k)
+    for (double fraction : kProbeFractions) probes.push_back(m_X[k] + fraction * (m_X[k + 1] - m_X[k]));
+  for (const auto* poles : {&m_Poles, &m_PreviousPoles})
+    for (const Complex& pole : *poles)
+      for (double offset : {0.0, -0.5, 0.5}) {
+        const double f = pole.re + offset * std::fabs(pole.im);
+        if (f > m_X.front() && f < m_X.back() && !std::binary_search(m_X.begin(), m_X.end(), f))
+          probes.push_back(f);
+      }
+  return probes;
 }
 
 void CAdaptiveInterp::Refit(size_t added) {
@@ -84,16 +130,13 @@ void CAdaptiveInterp::Refit(size_t added) {
   }
   m_Estimate = 0.0;
   std::vector<Complex> a(K), b(K);
-  for (size_t k = 0; k + 1 < N; ++k) {
-    for (double fraction : kProbeFractions) {
-      const double f = m_X[k] + fraction * (m_X[k + 1] - m_X[k]);
-      Evaluate(m_Weights, f, a);
-      Evaluate(m_PreviousWeights, f, b);
-      const double d = ScaledDifference(a, b);
-      if (d > m_Estimate || m_Proposal == 0.0) {
-        m_Estimate = std::max(d, m_Estimate);
-        m_Proposal = f;
-      }
+  for (double f : ProbePoints()) {
+    Evaluate(m_Weights, f, a);
+    Evaluate(m_PreviousWeights, f, b);
+    const double d = ScaledDifference(a, b);
+    if (d > m_Estimate || m_Proposal == 0.0) {
+      m_Estimate = std::max(d, m_Estimate);
+      m_Proposal = f;
     }
   }
 }
@@ -130,18 +173,77 @@ double CAdaptiveInterp::ScaledDifference(const std::vector<Complex>& a,
   return worst / (m_Magnitude > 0.0 ? m_Magnitude : 1.0);
 }
 
-bool CAdaptiveInterp::Check() const {
+double CAdaptiveInterp::GetWidestGap() const {
+  double widest = 0.0;
+  for (size_t k = 0; k + 1 < m_X.size(); ++k) widest = std::max(widest, m_X[k + 1] - m_X[k]);
+  return widest;
+}
+
+bool CAdaptiveInterp::GuardsHold() const {
+  return GetBasisSize() >= m_MinSamples && (m_MaxStep <= 0.0 || GetWidestGap() <= m_MaxStep * (1.0 + 1e-12));
+}
+
+double CAdaptiveInterp::UnresolvedPole() const {
+  double centre = 0.0, strongest = 0.0;
+  for (size_t k = 0; k < m_Poles.size() && k < m_PoleEffects.size(); ++k) {
+    const double f = m_Poles[k].re;
+    if (m_X.size() < 2 || f <= m_X.front() || f >= m_X.back() || m_PoleEffects[k] <= m_Tolerance) continue;
+    // Resolved: a sample at the centre (within one half-width), or one on
+    // each side within kResolveWidths half-widths.
+    const auto above = std::lower_bound(m_X.begin(), m_X.end(), f);
+    const double width = std::fabs(m_Poles[k].im), up = *above - f, down = f - *(above - 1);
+    const bool resolved = std::min(up, down) <= width || std::max(up, down) <= kResolveWidths * width;
+    if (!resolved && m_PoleEffects[k] > strongest) {
+      strongest = m_PoleEffects[k];
+      centre = f;
+    }
+  }
+  return centre;
+}
+
+bool CAdaptiveInterp::GoalMet() const {
   const size_t n = m_PredictionErrors.size();
-  return m_X.size() >= 4 && m_Estimate <= m_Tolerance && n >= 2 &&
-         m_PredictionErrors[n - 1] <= m_Tolerance && m_PredictionErrors[n - 2] <= m_Tolerance;
+  return m_X.size() >= 4 && m_Estimate <= kEstimateShare * m_Tolerance && n >= 2 &&
+         m_PredictionErrors[n - 1] <= m_Tolerance && m_PredictionErrors[n - 2] <= m_Tolerance &&
+         UnresolvedPole() == 0.0 && AboveNoise();
+}
+
+bool CAdaptiveInterp::Check() const { return GoalMet() && GuardsHold(); }
+
+bool CAdaptiveInterp::AboveNoise() const { return m_Tolerance >= kNoiseMargin * GetNoiseEstimate(); }
+
+bool CAdaptiveInterp::AtNoiseFloor() const {
+  const size_t fits = m_NoiseHistory.size();
+  if (GetBasisSize() < kNoiseSamples || fits < kNoiseFits) return false;
+  for (size_t k = 1; k <= kNoiseFits; ++k) {
+    const double noise = m_NoiseHistory[fits - k];
+    if (noise <= 0.0 || m_Tolerance >= kNoiseMargin * noise) return false;
+  }
+  return true;
+}
+
+double CAdaptiveInterp::GetReachedAccuracy() const {
+  const double last = m_PredictionErrors.empty() ? INFINITY : m_PredictionErrors.back();
+  return std::max(m_Estimate, last);
 }
 
 int CAdaptiveInterp::ProposeNext(double& frequency, double& tolerance) const {
-  if (Check() || m_Proposal == 0.0) {
+  if (Check() || AtNoiseFloor() || m_Proposal == 0.0) {
     frequency = tolerance = 0.0;
     return 1;
   }
   frequency = m_Proposal;
+  if (const double pole = UnresolvedPole(); pole != 0.0 && m_X.size() >= 4) {
+    // The models agree, but about a resonance they only see the tails of.
+    frequency = pole;
+  } else if (GoalMet() && !GuardsHold()) {
+    // Only a guard is unmet: fill the widest gap.
+    for (size_t k = 0; k + 1 < m_X.size(); ++k)
+      if (m_X[k + 1] - m_X[k] >= GetWidestGap()) {
+        frequency = 0.5 * (m_X[k] + m_X[k + 1]);
+        break;
+      }
+  }
   const auto upper = std::upper_bound(m_X.begin(), m_X.end(), frequency);
   tolerance = upper == m_X.end() || upper == m_X.begin() ? 0.0 : 0.25 * (*upper - *(upper - 1));
   return 3;

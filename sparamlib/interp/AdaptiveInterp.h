@@ -53,16 +53,42 @@ class CAdaptiveInterp {
   // order the samples came.
   const std::vector<double>& GetPredictionErrors() const { return m_PredictionErrors; }
 
-  // True until the range meets its goal (see Check).
-  bool WantsSamples() const { return !Check(); }
+  // Guards a careful user sets: at least this many samples, and no gap
+  // between samples wider than this (Hz; 0 for none).
+  void SetGuards(int minSamples, double maxStep) {
+    m_MinSamples = minSamples;
+    m_MaxStep = maxStep;
+  }
+  int GetMinSamples() const { return m_MinSamples; }
+  double GetMaxStep() const { return m_MaxStep; }
+  // The widest gap between samples (0 with fewer than two).
+  double GetWidestGap() const;
+
+  // The scatter of the samples, relative to the normalising magnitude, as
+  // the last fit measured it (0 while the fit reaches double precision).
+  double GetNoiseEstimate() const { return m_NoiseHistory.empty() ? 0.0 : m_NoiseHistory.back(); }
+  // The range cannot reach its goal because its data scatter: its last
+  // kNoiseFits fits stopped at a noise floor and the goal lies below
+  // kNoiseMargin times that floor each time. More samples would only follow
+  // the scatter.
+  bool AtNoiseFloor() const;
+  // The accuracy the range has reached, relative to the normalising
+  // magnitude: the larger of the estimate and the last measured prediction
+  // error.
+  double GetReachedAccuracy() const;
+
+  // True until the range meets its goal (see Check), unless its data's
+  // scatter stops it first.
+  bool WantsSamples() const { return !Check() && !AtNoiseFloor(); }
   // The frequency where the estimate is worst and a frequency tolerance (a
-  // quarter of the interval around it): status 3; status 1 (frequency 0)
-  // when the goal is met.
+  // quarter of the interval around it): status 3; the middle of the widest
+  // gap while only a guard is unmet; status 1 (frequency 0) when the goal
+  // is met or the range is at its noise floor.
   int ProposeNext(double& frequency, double& tolerance) const;
   // The goal is met: at least 4 samples, the estimate within the tolerance,
-  // and the last two samples both predicted within it by the model before
-  // them. One small estimate alone does not end a range: early models can
-  // agree with each other and still miss a feature.
+  // the last two samples both predicted within it by the model before
+  // them, and the guards hold. One small estimate alone does not end a
+  // range: early models can agree with each other and still miss a feature.
   bool Check() const;
 
   // Whether `frequency` lies in the range (ends within 1e-12 relative) and a
@@ -75,8 +101,17 @@ class CAdaptiveInterp {
  private:
   void Evaluate(const std::vector<Complex>& weights, double f, std::vector<Complex>& out) const;
   double ScaledDifference(const std::vector<Complex>& a, const std::vector<Complex>& b) const;
+  std::vector<double> ProbePoints() const;
+  bool GuardsHold() const;
+  bool GoalMet() const;     // Check without the guards
+  bool AboveNoise() const;  // the goal is far enough above the last fit's scatter to be claimed
+  // A pole of the model inside the samples whose term matters at the goal
+  // but whose width no sample resolves (the nearest lies more than
+  // kResolveWidths half-widths away): a resonance seen only by its tails.
+  // Its centre frequency, or 0 when every such pole is resolved.
+  double UnresolvedPole() const;
   void Refit(size_t added);
-  std::vector<Complex> Fit() const;
+  std::vector<Complex> Fit();
   void Insert(double frequency, std::vector<Complex> values, size_t& at);
 
   double m_Low, m_High;
@@ -91,4 +126,9 @@ class CAdaptiveInterp {
   double m_Tolerance = 0.0;
   double m_Estimate;
   double m_Proposal = 0.0;
+  int m_MinSamples = 0;
+  double m_MaxStep = 0.0;
+  std::vector<double> m_NoiseHistory;            // per fit, 0 where it converged
+  std::vector<AComplex<double>> m_Poles, m_PreviousPoles;  // of the current and previous model (Hz)
+  std::vector<double> m_PoleEffects;  // per pole of the current model, relative to the magnitude
 };

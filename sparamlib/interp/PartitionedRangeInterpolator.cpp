@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cerrno>
 #include <cstdlib>
 
 #include "core/Assert.h"
@@ -17,14 +18,27 @@ constexpr double kToleranceCap = 5e8;
 
 bool Differs(double a, double b) { return std::fabs(a - b) > std::fabs(b) * kRelative; }
 
-// A range's goal is in S units; its sampler judges errors relative to the
-// range's largest |S_ij|.
-void SetGoal(CAdaptiveInterp& sampler, double goal) {
-  const double magnitude = sampler.GetNormalizingMagnitude();
-  sampler.SetTolerance(std::fabs(magnitude) > 1e-30 ? goal / magnitude : goal);
-}
+// Range basis limits below this cut a range again as soon as its halves
+// have refilled: the sweep then cuts ranges until it fails.
+constexpr int kSmallestBasisLimit = 8;
+constexpr int kLargestBasisLimit = 10000;
 
 }  // namespace
+
+int SubrangeBasisSizeFromEnvironment(int fallback, std::string* warning) {
+  const char* text = std::getenv("INTERP_SUBRANGE_BASIS_SIZE");
+  if (!text) return fallback;
+  char* end = nullptr;
+  errno = 0;
+  const long value = std::strtol(text, &end, 10);
+  if (end != text && *end == '\0' && errno == 0 && value >= kSmallestBasisLimit && value <= kLargestBasisLimit)
+    return static_cast<int>(value);
+  if (warning) {
+    *warning = AString::Format("INTERP_SUBRANGE_BASIS_SIZE=\"%s\" is not a whole number from %d to %d; using %d",
+                               text, kSmallestBasisLimit, kLargestBasisLimit, fallback);
+  }
+  return fallback;
+}
 
 CPartitionedRangeInterpolator::CPartitionedRangeInterpolator(int matSize, int maxSubRangeBasisSize,
                                                              int minNumSubRanges)
@@ -32,9 +46,10 @@ CPartitionedRangeInterpolator::CPartitionedRangeInterpolator(int matSize, int ma
       m_MaxSubRangeBasisSize(maxSubRangeBasisSize),
       m_MinNumSubRanges(minNumSubRanges) {
   ASSERT(matSize > 0);
-  // Lets a user bound the size of every range's fit without rebuilding.
-  if (const char* limit = std::getenv("INTERP_SUBRANGE_BASIS_SIZE"))
-    m_MaxSubRangeBasisSize = static_cast<int>(std::strtol(limit, nullptr, 10));
+  // Lets a user bound the size of every range's fit without rebuilding; a
+  // value that cannot work leaves the constructor's (the sweep command says
+  // so once).
+  m_MaxSubRangeBasisSize = SubrangeBasisSizeFromEnvironment(m_MaxSubRangeBasisSize, nullptr);
   LayOutRanges();
 }
 
@@ -64,6 +79,8 @@ CPartitionedRangeInterpolator& CPartitionedRangeInterpolator::operator=(
   m_FreqSequence = other.m_FreqSequence;
   m_ValueScales = other.m_ValueScales;
   m_SEntries = other.m_SEntries;
+  m_MinSolves = other.m_MinSolves;
+  m_MaxStep = other.m_MaxStep;
   m_RangeInterpolators.clear();
   m_RangeInterpolators.resize(m_Ranges.size());
   return *this;
@@ -80,6 +97,50 @@ void CPartitionedRangeInterpolator::SetBand(double low, double high) {
   m_LowSampleFreq = low;
   m_HighSampleFreq = high;
   LayOutRanges();
+}
+
+void CPartitionedRangeInterpolator::SetGuards(int minSolves, double maxStep) {
+  m_MinSolves = std::max(0, minSolves);
+  m_MaxStep = std::max(0.0, maxStep);
+  for (int i = 0; i < m_NumRanges; ++i)
+    if (m_RangeInterpolators[static_cast<size_t>(i)]) Configure(i);
+}
+
+void CPartitionedRangeInterpolator::Configure(int range) {
+  // A range's goal is in S units; its sampler judges errors relative to the
+  // range's largest |S_ij|.
+  CAdaptiveInterp& sampler = *m_RangeInterpolators[static_cast<size_t>(range)];
+  const Range& r = m_Ranges[static_cast<size_t>(range)];
+  const double magnitude = sampler.GetNormalizingMagnitude();
+  sampler.SetTolerance(std::fabs(magnitude) > 1e-30 ? r.tolerance / magnitude : r.tolerance);
+  // The band's minimum of solves, shared by width; a range after the first
+  // shares its low end with the one before.
+  const double band = m_HighSampleFreq - m_LowSampleFreq;
+  int minSamples = 0;
+  if (m_MinSolves > 0 && band > 0.0)
+    minSamples = static_cast<int>(std::ceil(m_MinSolves * (r.high - r.low) / band - 1e-9)) + (range > 0 ? 1 : 0);
+  sampler.SetGuards(minSamples, m_MaxStep);
+}
+
+bool CPartitionedRangeInterpolator::AtNoiseFloor() const {
+  bool any = false;
+  for (int i = 0; i < m_NumRanges; ++i) {
+    const CAdaptiveInterp* r = GetRangeInterpolator(i);
+    if (r && r->AtNoiseFloor()) {
+      any = true;
+    } else if (!r || !r->Check()) {
+      return false;
+    }
+  }
+  return any;
+}
+
+double CPartitionedRangeInterpolator::GetNoiseEstimate() const {
+  double largest = 0.0;
+  for (int i = 0; i < m_NumRanges; ++i)
+    if (const CAdaptiveInterp* r = GetRangeInterpolator(i))
+      largest = std::max(largest, r->GetNoiseEstimate() * r->GetNormalizingMagnitude());
+  return largest;
 }
 
 void CPartitionedRangeInterpolator::SetValueScales(std::vector<double> scales, int sEntries) {
@@ -143,9 +204,8 @@ int CPartitionedRangeInterpolator::BasisOf(int range) const {
 
 void CPartitionedRangeInterpolator::AddToRange(int range, double frequency,
                                                const std::vector<Complex>& values) {
-  CAdaptiveInterp& sampler = Sampler(range);
-  sampler.AddSample(frequency, values);
-  SetGoal(sampler, m_Ranges[static_cast<size_t>(range)].tolerance);
+  Sampler(range).AddSample(frequency, values);
+  Configure(range);
 }
 
 CAdaptiveInterp& CPartitionedRangeInterpolator::Sampler(int range) {
@@ -200,9 +260,8 @@ void CPartitionedRangeInterpolator::Split(int range, double at) {
       if ((f >= r.low || !Differs(f, r.low)) && (f <= r.high || !Differs(f, r.high)))
         samples.emplace_back(f, parent->GetSampleValues(k));
     }
-    CAdaptiveInterp& sampler = Sampler(half);
-    sampler.AddSamples(std::move(samples));
-    SetGoal(sampler, r.tolerance);
+    Sampler(half).AddSamples(std::move(samples));
+    Configure(half);
   }
 }
 
@@ -257,7 +316,7 @@ double CPartitionedRangeInterpolator::GetNextFrequency(int& status, double& tole
     if (!r) continue;
     double f = 0.0, t = 0.0;
     const int s = r->ProposeNext(f, t);
-    SetGoal(*r, m_Ranges[static_cast<size_t>(i)].tolerance);
+    Configure(i);
     if ((s == kFrequencyProposed || r->WantsSamples()) && r->GetErrorEstimate() > best) {
       best = r->GetErrorEstimate();
       chosen = f;

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "core/AComplex.h"
@@ -47,6 +48,13 @@ class CPartitionedRangeInterpolator {
   // Error scale of each value a sample carries (see CAdaptiveInterp), the
   // first `sEntries` being S entries. Needed before the first sample.
   void SetValueScales(std::vector<double> scales, int sEntries);
+  // Guards a careful user sets: at least `minSolves` solves in the band
+  // (shared among the ranges by width) and no gap between solved
+  // frequencies wider than `maxStep` (Hz); 0 turns a guard off. They only
+  // keep ranges from finishing; the selection steps stay as they are.
+  void SetGuards(int minSolves, double maxStep);
+  int GetMinSolves() const { return m_MinSolves; }
+  double GetMaxStep() const { return m_MaxStep; }
 
   // ---- Ranges ------------------------------------------------------------
   int GetNumRanges() const { return m_NumRanges; }
@@ -71,6 +79,11 @@ class CPartitionedRangeInterpolator {
   double GetNextFrequency(int& status, double& tolerance);
   // True when every range meets its goal (and when there are no ranges).
   bool CheckAllRanges() const;
+  // True when at least one range is at its data's noise floor and every
+  // other range meets its goal: further solves cannot reach the goal.
+  bool AtNoiseFloor() const;
+  // The largest scatter a range measured, in S units (0 when none did).
+  double GetNoiseEstimate() const;
 
   // ---- Interpolation -----------------------------------------------------
   // Whether the range holding f can answer it.
@@ -92,6 +105,8 @@ class CPartitionedRangeInterpolator {
   void AddToRange(int range, double frequency, const std::vector<Complex>& values);
   // The range's sampler, made empty if it has none yet.
   CAdaptiveInterp& Sampler(int range);
+  // Hands the range's goal and guards to its sampler.
+  void Configure(int range);
 
   int m_MatSize;
   double m_ErrorTolerance = 0.0;
@@ -108,4 +123,11 @@ class CPartitionedRangeInterpolator {
   std::vector<std::unique_ptr<CAdaptiveInterp>> m_RangeInterpolators;
   std::vector<double> m_ValueScales;
   int m_SEntries = 0;
+  int m_MinSolves = 0;
+  double m_MaxStep = 0.0;
 };
+
+// The range basis limit "INTERP_SUBRANGE_BASIS_SIZE" asks for, or
+// `fallback` when it is unset or cannot work (not a whole number, or
+// outside 8 to 10000); then `warning` (if given) says so.
+int SubrangeBasisSizeFromEnvironment(int fallback, std::string* warning);

@@ -81,6 +81,15 @@ TEST(PartitionedRange, FinishedRangesProposeNothingAndTheEnvironmentCounts) {
 
   ::setenv("INTERP_SUBRANGE_BASIS_SIZE", "12", 1);
   EXPECT_EQ(CPartitionedRangeInterpolator(2, 50, 1).GetMaxSubRangeBasisSize(), 12);
+  // Values that would cut ranges until the sweep fails fall back, with one message.
+  for (const char* bad : {"0", "3", "4", "7", "abc", "12x", "", "99999999999"}) {
+    ::setenv("INTERP_SUBRANGE_BASIS_SIZE", bad, 1);
+    EXPECT_EQ(CPartitionedRangeInterpolator(2, 50, 1).GetMaxSubRangeBasisSize(), 50) << bad;
+    std::string warning;
+    EXPECT_EQ(SubrangeBasisSizeFromEnvironment(50, &warning), 50);
+    EXPECT_EQ(warning, "INTERP_SUBRANGE_BASIS_SIZE=\"" + std::string(bad) +
+                           "\" is not a whole number from 8 to 10000; using 50");
+  }
   ::unsetenv("INTERP_SUBRANGE_BASIS_SIZE");
   EXPECT_EQ(CPartitionedRangeInterpolator(2, 50, 1).GetMaxSubRangeBasisSize(), 50);
 
@@ -98,24 +107,25 @@ TEST(PartitionedRange, FinishedRangesProposeNothingAndTheEnvironmentCounts) {
 }
 
 TEST(PartitionedRange, FullRangesAreCutAndTheStoredFormComesBack) {
-  ::setenv("INTERP_SUBRANGE_BASIS_SIZE", "5", 1);
-  CPartitionedRangeInterpolator d = Driver(1);
+  ::setenv("INTERP_SUBRANGE_BASIS_SIZE", "8", 1);
+  CPartitionedRangeInterpolator d = Driver(1, 1e9, 8e9);
   ::unsetenv("INTERP_SUBRANGE_BASIS_SIZE");
-  for (double f : {1e9, 5e9, 3e9, 2e9, 4e9}) d.AddBasisFrequency(f, Linear(f));
+  const std::vector<double> order{1e9, 8e9, 4.5e9, 2e9, 3e9, 4e9, 6e9, 7e9};
+  for (double f : order) d.AddBasisFrequency(f, Linear(f));
   ASSERT_EQ(d.GetNumRanges(), 2);
-  EXPECT_EQ(d.GetRangeHigh(0), 3e9);
-  EXPECT_EQ(d.GetRangeInterpolator(0)->GetBasisSize(), 3);
-  EXPECT_EQ(d.GetRangeInterpolator(1)->GetBasisSize(), 3);
+  EXPECT_EQ(d.GetRangeHigh(0), 4.5e9);
+  EXPECT_EQ(d.GetRangeInterpolator(0)->GetBasisSize(), 5);
+  EXPECT_EQ(d.GetRangeInterpolator(1)->GetBasisSize(), 4);
 
   io::CBlock block("SweepInterpolator");
   ASSERT_TRUE(d.Write(block));
   EXPECT_TRUE(block.HasItem("LastBasisFreq"));
   CPartitionedRangeInterpolator back(1, 50, 1);
   ASSERT_EQ(back.Read(block), io::kReadOk);
-  EXPECT_EQ(back.GetFreqSequence(), (std::vector<double>{1e9, 5e9, 3e9, 2e9, 4e9}));
+  EXPECT_EQ(back.GetFreqSequence(), order);
   EXPECT_EQ(back.GetNumRanges(), 2);
-  EXPECT_EQ(back.GetRangeLow(1), 3e9);
-  EXPECT_EQ(back.GetMaxSubRangeBasisSize(), 5);
+  EXPECT_EQ(back.GetRangeLow(1), 4.5e9);
+  EXPECT_EQ(back.GetMaxSubRangeBasisSize(), 8);
   EXPECT_EQ(back.GetRangeInterpolator(0), nullptr) << "samplers are rebuilt from the points";
 }
 
