@@ -29,7 +29,7 @@ constexpr int kSupportCap = 80;
 constexpr double kExactTolerance = 1e-13;
 // A residual within this factor of the best one reached is the noise floor;
 // the first (smallest) model that reaches it is kept.
-constexpr double kKnee = 3.0;
+constexpr double kKnee = 1.5;
 // The fit is at a floor when its residual has not halved in this many steps
 // and lies below kNoiseCeiling. A residual that stalls higher up is signal
 // the samples do not resolve yet (a long line's turning phase), not
@@ -90,7 +90,11 @@ std::vector<bool> Chosen(const Problem& p, const std::vector<int>& support) {
 }
 
 // Least-squares weights for a support set: the smallest right singular
-// vector of the Loewner matrix over the other samples.
+// vector of the Loewner matrix over the other samples. The Loewner rows
+// weigh each sample's error by |D| there; one pass with rows divided by the
+// first solution's |D| (Sanathanan and Koerner, IEEE Trans. Automatic
+// Control 8 (1963)) makes it the plain least-squares error, which matters
+// when the samples scatter.
 bool SolveWeights(const Problem& p, Model& model) {
   const std::vector<bool> chosen = Chosen(p, model.support);
   std::vector<size_t> rest;
@@ -98,17 +102,32 @@ bool SolveWeights(const Problem& p, Model& model) {
     if (!chosen[k]) rest.push_back(k);
   const int m = static_cast<int>(model.support.size());
   if (rest.empty() || m == 0) return false;
-  TNT::CMatrix L(static_cast<int>(p.P * rest.size()), m);
-  for (size_t c = 0; c < p.P; ++c)
-    for (size_t r = 0; r < rest.size(); ++r)
-      for (int s = 0; s < m; ++s) {
-        const size_t j = static_cast<size_t>(model.support[static_cast<size_t>(s)]);
-        L[static_cast<int>(c * rest.size() + r)][s] =
-            (p.g(c, rest[r]) - p.g(c, j)) * (1.0 / (p.t[rest[r]] - p.t[j]));
-      }
-  TNT::CVector a;
-  if (TNT::SmallestRightSingularVector(L, a) != 0) return false;
-  model.a.assign(a.data(), a.data() + a.size());
+  std::vector<double> rowScale(rest.size(), 1.0);
+  for (int pass = 0; pass < 2; ++pass) {
+    TNT::CMatrix L(static_cast<int>(p.P * rest.size()), m);
+    for (size_t c = 0; c < p.P; ++c)
+      for (size_t r = 0; r < rest.size(); ++r)
+        for (int s = 0; s < m; ++s) {
+          const size_t j = static_cast<size_t>(model.support[static_cast<size_t>(s)]);
+          L[static_cast<int>(c * rest.size() + r)][s] =
+              (p.g(c, rest[r]) - p.g(c, j)) * (rowScale[r] / (p.t[rest[r]] - p.t[j]));
+        }
+    TNT::CVector a;
+    if (TNT::SmallestRightSingularVector(L, a) != 0) return pass > 0;
+    model.a.assign(a.data(), a.data() + a.size());
+    if (m < 2) return true;
+    double largest = 0.0;
+    for (size_t r = 0; r < rest.size(); ++r) {
+      Complex den;
+      for (int s = 0; s < m; ++s)
+        den += model.a[static_cast<size_t>(s)] *
+               (1.0 / (p.t[rest[r]] - p.t[static_cast<size_t>(model.support[static_cast<size_t>(s)])]));
+      rowScale[r] = abs(den);
+      largest = std::max(largest, rowScale[r]);
+    }
+    // 1/|D|, kept finite where D nearly vanishes (a pole at a sample).
+    for (double& w : rowScale) w = 1.0 / std::max(w, 1e-8 * largest);
+  }
   return true;
 }
 
@@ -343,8 +362,8 @@ RationalFit FitRational(const std::vector<double>& x, const std::vector<Complex>
   size_t keep = models.size() - 1;
   if (stalled) {
     double best = INFINITY;
-    for (const Model& candidate : models) best = std::min(best, candidate.worst);
-    for (keep = 0; models[keep].worst > kKnee * best; ++keep) {
+    for (const Model& candidate : models) best = std::min(best, candidate.rms);
+    for (keep = 0; models[keep].rms > kKnee * best; ++keep) {
     }
   }
   // The scatter is measured on the model with the smallest residual: the
