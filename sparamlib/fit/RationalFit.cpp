@@ -203,6 +203,7 @@ std::vector<Pole> Poles(const Problem& p, const Model& model) {
   }
   TNT::CVector alpha, beta;
   if (TNT::ComputeGeneralizedEigenvalues(A, B, alpha, beta) != 0) return poles;
+  const std::vector<bool> chosen = Chosen(p, model.support);
   for (int k = 0; k < alpha.size(); ++k) {
     if (abs(beta[k]) <= 1e-12 * abs(alpha[k]) || abs(beta[k]) == 0.0) continue;
     const Complex z = alpha[k] / beta[k];
@@ -222,8 +223,11 @@ std::vector<Pole> Poles(const Problem& p, const Model& model) {
         num += c[static_cast<size_t>(s)] * p.f(e, static_cast<size_t>(model.support[static_cast<size_t>(s)]));
       residue = std::max(residue, abs(num / dd));
     }
+    // Its effect is judged at the samples the model does not interpolate:
+    // at a support point the model equals the data whatever its poles.
     double nearest = INFINITY;
-    for (double tk : p.t) nearest = std::min(nearest, abs(z - Complex(tk)));
+    for (size_t k = 0; k < p.N; ++k)
+      if (!chosen[k]) nearest = std::min(nearest, abs(z - Complex(p.t[k])));
     const double onAxis = std::fabs(z.re) <= 1.0 ? LargestValue(p, model, z.re) : 0.0;
     poles.push_back({z, residue / nearest, onAxis});
   }
@@ -269,6 +273,67 @@ int SupportLimit(const Problem& p, int requested) {
   return std::min({limit, N - 1, kSupportCap});
 }
 
+Problem MakeProblem(const std::vector<double>& x, const std::vector<Complex>& F, size_t entries) {
+  Problem p;
+  p.F = &F;
+  p.E = entries;
+  p.N = x.size();
+  // Scaled frequencies: the weights do not depend on the scale, the
+  // arithmetic does.
+  const double centre = 0.5 * (x.front() + x.back()), half = 0.5 * (x.back() - x.front());
+  p.t.resize(p.N);
+  for (size_t k = 0; k < p.N; ++k) p.t[k] = (x[k] - centre) / half;
+  double scale = 0.0;
+  for (const Complex& v : F) scale = std::max(scale, norm(v));
+  p.scale = scale > 0.0 ? std::sqrt(scale) : 1.0;
+  MakeProbes(p);
+  return p;
+}
+
+// Takes out spurious poles and writes the model (or the fallback) into
+// `result`.
+void Finish(const Problem& p, const std::vector<double>& x, double precision, int fallbackDegree, Model model,
+            std::vector<double>& worstAt, RationalFit& result) {
+  const size_t N = p.N;
+  const double centre = 0.5 * (x.front() + x.back()), half = 0.5 * (x.back() - x.front());
+  // Poles the data do not support, and poles on or next to the band.
+  bool spikes = false;
+  for (int round = 0; round < kCleanupRounds; ++round) {
+    if (!RemoveSpuriousPoles(p, precision, model, result.removedPoles, spikes)) break;
+  }
+  if (result.removedPoles > 0) {
+    // One more look: a spike left after the last round means no clean model.
+    Model check = model;
+    int ignored = 0;
+    RemoveSpuriousPoles(p, precision, check, ignored, spikes);
+    Measure(p, model, worstAt);
+  }
+  result.residual = model.worst / p.scale;
+  result.weights.assign(N, Complex());
+  if (spikes) {
+    // No rational model without spikes: blend every sample instead.
+    result.fallback = true;
+    const std::vector<double> beta = FloaterHormannWeights(p.t, fallbackDegree);
+    for (size_t k = 0; k < N; ++k) result.weights[k] = Complex(beta[k]);
+    result.support.resize(N);
+    for (size_t k = 0; k < N; ++k) result.support[k] = static_cast<int>(k);
+    result.residual = 0.0;
+  } else {
+    result.support = model.support;
+    for (size_t s = 0; s < model.support.size(); ++s)
+      result.weights[static_cast<size_t>(model.support[s])] = model.a[s];
+    for (const Pole& pole : Poles(p, model)) {
+      result.poles.push_back(Complex(centre) + pole.at * half);
+      result.poleEffects.push_back(pole.effect / p.scale);
+    }
+  }
+  double largest = 0.0;
+  for (const Complex& w : result.weights) largest = std::max(largest, abs(w));
+  if (largest > 0.0)
+    for (auto& w : result.weights) w = w * (1.0 / largest);
+}
+
+
 }  // namespace
 
 std::vector<double> FloaterHormannWeights(const std::vector<double>& x, int d) {
@@ -298,19 +363,7 @@ RationalFit FitRational(const std::vector<double>& x, const std::vector<Complex>
     result.support = {0};
     return result;
   }
-  Problem p;
-  p.F = &F;
-  p.E = entries;
-  p.N = N;
-  // Scaled frequencies: the weights do not depend on the scale, the
-  // arithmetic does.
-  const double centre = 0.5 * (x.front() + x.back()), half = 0.5 * (x.back() - x.front());
-  p.t.resize(N);
-  for (size_t k = 0; k < N; ++k) p.t[k] = (x[k] - centre) / half;
-  double scale = 0.0;
-  for (const Complex& v : F) scale = std::max(scale, norm(v));
-  p.scale = scale > 0.0 ? std::sqrt(scale) : 1.0;
-  MakeProbes(p);
+  const Problem p = MakeProblem(x, F, entries);
   const double tolerance = std::max(options.tolerance, kExactTolerance);
 
   // Greedy: add the sample where the worst value is furthest off.
@@ -375,42 +428,27 @@ RationalFit FitRational(const std::vector<double>& x, const std::vector<Complex>
   result.noiseLimited = stalled && !converged;
   result.noise = result.noiseLimited ? floorRms / p.scale : 0.0;
 
-  // Poles the data do not support, and poles on or next to the band.
   const double precision = std::max(tolerance, result.noise);
-  bool spikes = false;
-  for (int round = 0; round < kCleanupRounds; ++round) {
-    if (!RemoveSpuriousPoles(p, precision, model, result.removedPoles, spikes)) break;
+  Finish(p, x, precision, options.fallbackDegree, model, worstAt, result);
+  return result;
+}
+
+RationalFit CleanRationalFit(const std::vector<double>& x, const std::vector<Complex>& F, size_t entries,
+                             const RationalFit& fit, double precision, int fallbackDegree) {
+  RationalFit result = fit;
+  result.poles.clear();
+  result.poleEffects.clear();
+  result.removedPoles = 0;
+  if (x.size() < 2 || fit.weights.size() != x.size()) return result;
+  const Problem p = MakeProblem(x, F, entries);
+  Model model;
+  for (int s : fit.support) {
+    model.support.push_back(s);
+    model.a.push_back(fit.weights[static_cast<size_t>(s)]);
   }
-  if (result.removedPoles > 0) {
-    // One more look: a spike left after the last round means no clean model.
-    Model check = model;
-    int ignored = 0;
-    RemoveSpuriousPoles(p, precision, check, ignored, spikes);
-    Measure(p, model, worstAt);
-  }
-  result.residual = model.worst / p.scale;
-  result.weights.assign(N, Complex());
-  if (spikes) {
-    // No rational model without spikes: blend every sample instead.
-    result.fallback = true;
-    const std::vector<double> beta = FloaterHormannWeights(p.t, options.fallbackDegree);
-    for (size_t k = 0; k < N; ++k) result.weights[k] = Complex(beta[k]);
-    result.support.resize(N);
-    for (size_t k = 0; k < N; ++k) result.support[k] = static_cast<int>(k);
-    result.residual = 0.0;
-  } else {
-    result.support = model.support;
-    for (size_t s = 0; s < model.support.size(); ++s)
-      result.weights[static_cast<size_t>(model.support[s])] = model.a[s];
-    for (const Pole& pole : Poles(p, model)) {
-      result.poles.push_back(Complex(centre) + pole.at * half);
-      result.poleEffects.push_back(pole.effect / p.scale);
-    }
-  }
-  double largest = 0.0;
-  for (const Complex& w : result.weights) largest = std::max(largest, abs(w));
-  if (largest > 0.0)
-    for (auto& w : result.weights) w = w * (1.0 / largest);
+  std::vector<double> worstAt;
+  Measure(p, model, worstAt);
+  Finish(p, x, std::max(precision, kExactTolerance), fallbackDegree, model, worstAt, result);
   return result;
 }
 
