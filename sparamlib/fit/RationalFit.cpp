@@ -52,6 +52,8 @@ struct Problem {
   double scale = 1.0;      // largest |F|
   std::vector<Complex> G;  // probes, probe by probe
   size_t P = 0;
+  std::vector<Complex> byPoint;  // the values again, sample by sample
+  const Complex* at(size_t k) const { return byPoint.data() + k * E; }
   Complex f(size_t e, size_t k) const { return (*F)[e * N + k]; }
   Complex g(size_t c, size_t k) const { return G[c * N + k]; }
 };
@@ -136,7 +138,9 @@ bool SolveWeights(const Problem& p, Model& model) {
 void Measure(const Problem& p, Model& model, std::vector<double>& worstAt) {
   const std::vector<bool> chosen = Chosen(p, model.support);
   const size_t m = model.support.size();
-  std::vector<Complex> c(m);
+  std::vector<Complex> c(m), r(p.E);
+  std::vector<const Complex*> rows(m);
+  for (size_t s = 0; s < m; ++s) rows[s] = p.at(static_cast<size_t>(model.support[s]));
   double worst = 0.0, sum = 0.0;
   size_t count = 0;
   worstAt.assign(p.N, 0.0);
@@ -149,11 +153,12 @@ void Measure(const Problem& p, Model& model, std::vector<double>& worstAt) {
     }
     const Complex inv = Complex(1.0) / den;
     for (size_t s = 0; s < m; ++s) c[s] = c[s] * inv;
+    // Every value at once, as one combination of the support samples.
+    TNT::LinearCombination(r.data(), rows.data(), c.data(), m, p.E);
+    const Complex* f = p.at(k);
     double here = 0.0;
     for (size_t e = 0; e < p.E; ++e) {
-      Complex r;
-      for (size_t s = 0; s < m; ++s) r += c[s] * p.f(e, static_cast<size_t>(model.support[s]));
-      const double d = norm(p.f(e, k) - r);  // squared until the end
+      const double d = norm(f[e] - r[e]);  // squared until the end
       here = std::max(here, d);
       sum += d;
     }
@@ -172,6 +177,17 @@ struct Pole {
 };
 
 // The model's largest |value| at t.
+// The largest |sum_s c_s f_e(support s)| over the values.
+double LargestCombination(const Problem& p, const Model& model, const std::vector<Complex>& c) {
+  std::vector<const Complex*> rows(c.size());
+  for (size_t s = 0; s < c.size(); ++s) rows[s] = p.at(static_cast<size_t>(model.support[s]));
+  std::vector<Complex> out(p.E);
+  TNT::LinearCombination(out.data(), rows.data(), c.data(), c.size(), p.E);
+  double largest = 0.0;
+  for (const Complex& v : out) largest = std::max(largest, norm(v));
+  return std::sqrt(largest);
+}
+
 double LargestValue(const Problem& p, const Model& model, double t) {
   Complex den;
   std::vector<Complex> c(model.support.size());
@@ -181,13 +197,7 @@ double LargestValue(const Problem& p, const Model& model, double t) {
     c[s] = model.a[s] * (1.0 / d);
     den += c[s];
   }
-  double largest = 0.0;
-  for (size_t e = 0; e < p.E; ++e) {
-    Complex num;
-    for (size_t s = 0; s < c.size(); ++s) num += c[s] * p.f(e, static_cast<size_t>(model.support[s]));
-    largest = std::max(largest, abs(num / den));
-  }
-  return largest;
+  return LargestCombination(p, model, c) / abs(den);
 }
 
 std::vector<Pole> Poles(const Problem& p, const Model& model) {
@@ -216,13 +226,7 @@ std::vector<Pole> Poles(const Problem& p, const Model& model) {
       c[static_cast<size_t>(s)] = model.a[static_cast<size_t>(s)] * inv;
       dd -= c[static_cast<size_t>(s)] * inv;
     }
-    double residue = 0.0;
-    for (size_t e = 0; e < p.E; ++e) {
-      Complex num;
-      for (int s = 0; s < m; ++s)
-        num += c[static_cast<size_t>(s)] * p.f(e, static_cast<size_t>(model.support[static_cast<size_t>(s)]));
-      residue = std::max(residue, abs(num / dd));
-    }
+    const double residue = LargestCombination(p, model, c) / abs(dd);
     // Its effect is judged at the samples the model does not interpolate:
     // at a support point the model equals the data whatever its poles.
     double nearest = INFINITY;
@@ -287,6 +291,9 @@ Problem MakeProblem(const std::vector<double>& x, const std::vector<Complex>& F,
   for (const Complex& v : F) scale = std::max(scale, norm(v));
   p.scale = scale > 0.0 ? std::sqrt(scale) : 1.0;
   MakeProbes(p);
+  p.byPoint.resize(p.E * p.N);
+  for (size_t e = 0; e < p.E; ++e)
+    for (size_t k = 0; k < p.N; ++k) p.byPoint[k * p.E + e] = p.f(e, k);
   return p;
 }
 
