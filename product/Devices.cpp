@@ -3,12 +3,16 @@
 // data's complex type at the end.
 #include "product/Devices.h"
 
+#include "core/AString.h"
 #include "product/InfoCommand.h"
 
+#include <bit>
 #include <cmath>
 #include <complex>
 #include <iomanip>
 #include <ostream>
+#include <random>
+#include <utility>
 
 namespace sparam {
 
@@ -302,10 +306,57 @@ int ListDevices(std::ostream& out) {
   return 0;
 }
 
-bool DeviceSolver::Solve(double frequency, double, SolvedPoint& out, std::string* why) {
-  return m_Device.Evaluate(frequency, out, why);
+namespace {
+
+// One step of splitmix64 (Steele, Lea and Flood, "Fast splittable
+// pseudorandom number generators", OOPSLA 2014; constants as in Vigna's
+// public-domain splitmix64.c) used as a hash: a bijection whose output bits
+// each depend on every input bit, so that frequencies one ulp apart, and
+// seeds 1 and 2, start unrelated generator streams.
+std::uint64_t SplitMix64(std::uint64_t x) {
+  x += 0x9e3779b97f4a7c15ULL;
+  x = (x ^ (x >> 30)) * 0xbf58476d1ce4e5b9ULL;
+  x = (x ^ (x >> 27)) * 0x94d049bb133111ebULL;
+  return x ^ (x >> 31);
 }
 
-std::string DeviceSolver::Describe() const { return "device " + std::string(m_Device.GetName()); }
+// Two independent standard normal deviates by the Box-Muller transform from
+// two uniform draws; u1 lies in (0, 1] so that the logarithm is finite.
+std::pair<double, double> StandardNormalPair(std::mt19937_64& rng) {
+  const double u1 = static_cast<double>((rng() >> 11) + 1) * 0x1.0p-53;
+  const double u2 = static_cast<double>(rng() >> 11) * 0x1.0p-53;
+  const double r = std::sqrt(-2.0 * std::log(u1)), theta = 2.0 * kPi * u2;
+  return {r * std::cos(theta), r * std::sin(theta)};
+}
+
+}  // namespace
+
+bool DeviceSolver::Solve(double frequency, double, SolvedPoint& out, std::string* why) {
+  if (!(std::isfinite(m_Noise) && m_Noise >= 0.0)) {
+    if (why)
+      *why = "device " + std::string(m_Device.GetName()) +
+             ": the scatter must be finite and not negative (is " + AString::Format("%g", m_Noise) +
+             ")";
+    return false;
+  }
+  if (!m_Device.Evaluate(frequency, out, why)) return false;
+  if (m_Noise == 0.0) return true;
+  std::mt19937_64 rng(SplitMix64(SplitMix64(m_Seed) ^ std::bit_cast<std::uint64_t>(frequency)));
+  TNT::CMatrix& s = out.s;
+  for (int i = 0; i < s.num_rows(); ++i)
+    for (int j = 0; j < s.num_cols(); ++j) {
+      const auto [re, im] = StandardNormalPair(rng);
+      s[i][j] += TNT::Complex(m_Noise * re, m_Noise * im);
+    }
+  return true;
+}
+
+std::string DeviceSolver::Describe() const {
+  std::string text = "device " + std::string(m_Device.GetName());
+  if (m_Noise > 0.0)
+    text += AString::Format(" with scatter %g, seed %llu", m_Noise,
+                            static_cast<unsigned long long>(m_Seed));
+  return text;
+}
 
 }  // namespace sparam

@@ -4,6 +4,7 @@
 // device to an interpolating sweep.
 #pragma once
 
+#include <cstdint>
 #include <iosfwd>
 #include <string>
 #include <string_view>
@@ -65,18 +66,40 @@ const CDevice* FindDevice(std::string_view name);
 // (the exit status of the command that prints it).
 int ListDevices(std::ostream& out);
 
-// Solves a device: every answer is the device's exact response at the
-// requested frequency.
+// Solves a device. With noise 0 every answer is the device's exact response
+// at the requested frequency. With noise > 0 it stands in for a real field
+// solver, whose answers scatter by 1e-8 to 1e-5 around the truth: every S
+// entry gets independent Gaussian scatter, its real and its imaginary part
+// each drawn from N(0, noise^2), so an entry's complex error has RMS
+// noise * sqrt(2). The scatter is absolute (not relative to |S_ij|), as a
+// solver's convergence error is. S_ij and S_ji are scattered independently:
+// a solver's answers are not exactly reciprocal, and a sweep must not rely
+// on them being so. Port impedances and propagation constants stay exact.
+//
+// The scatter at a frequency depends only on the seed and the frequency's
+// bit pattern (hashed with splitmix64 into a std::mt19937_64 for that solve,
+// normal deviates by Box-Muller rather than std::normal_distribution, whose
+// output differs between standard libraries). So an answer does not depend
+// on the order of solves, solving a frequency twice gives the same answer,
+// and a resumed sweep sees the data the interrupted one saw.
 class DeviceSolver : public ISweepSolver {
  public:
-  explicit DeviceSolver(const CDevice& device) : m_Device(device) {}
+  // `noise` is the standard deviation of each part (>= 0 and finite;
+  // otherwise every solve fails and says why).
+  explicit DeviceSolver(const CDevice& device, double noise = 0.0, std::uint64_t seed = 0)
+      : m_Device(device), m_Noise(noise), m_Seed(seed) {}
   int GetNumPorts() const override { return m_Device.GetNumPorts(); }
   bool Solve(double frequency, double tolerance, SolvedPoint& out, std::string* why) override;
+  // "device NAME", and with scatter "device NAME with scatter 1e-06, seed 3".
   std::string Describe() const override;
   const CDevice& GetDevice() const { return m_Device; }
+  double GetNoise() const { return m_Noise; }
+  std::uint64_t GetSeed() const { return m_Seed; }
 
  private:
   const CDevice& m_Device;
+  double m_Noise;
+  std::uint64_t m_Seed;
 };
 
 }  // namespace sparam

@@ -1,11 +1,15 @@
 // The built-in devices: passivity and reciprocity of every one, each model
 // against an independent result (closed forms, even/odd-mode analysis,
-// Chebyshev theory, loaded-Q bandwidths), the listing and the solver.
+// Chebyshev theory, loaded-Q bandwidths), the listing and the solver with
+// and without scatter.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <complex>
+#include <cstdint>
 #include <sstream>
+#include <utility>
+#include <vector>
 
 #include "product/Devices.h"
 #include "support/RandomNetwork.h"
@@ -284,6 +288,167 @@ TEST(Devices, ListingLookupAndSolver) {
     EXPECT_EQ(testing_support::MaxAbsDiff(p.s, Eval(*d, f).s), 0.0);
     EXPECT_FALSE(solver.Solve(0.0, 1e9, p, &why));
     EXPECT_NE(why.find("no response at 0 Hz"), std::string::npos) << why;
+  }
+}
+
+// DeviceSolver with scatter stands in for a field solver. A sweep and its
+// resume must see the same data, so an answer may depend on the seed and the
+// frequency only; the scatter must be the stated Gaussian, independent
+// between entries, parts, S_ij and S_ji, and frequencies, or the sweep's
+// noise-floor measurement is tested against the wrong thing.
+
+SolvedPoint SolveAt(sparam::DeviceSolver& solver, double f) {
+  SolvedPoint p;
+  std::string why;
+  EXPECT_TRUE(solver.Solve(f, 0.0, p, &why)) << solver.Describe() << " at " << f << ": " << why;
+  return p;
+}
+
+// Every entry of a - b differs from the same entry of c - d by more than `apart`.
+bool EveryEntryApart(const TNT::CMatrix& a, const TNT::CMatrix& b, const TNT::CMatrix& c,
+                     const TNT::CMatrix& d, double apart) {
+  for (int e = 0; e < a.size(); ++e)
+    if (abs((a.data()[e] - b.data()[e]) - (c.data()[e] - d.data()[e])) <= apart) return false;
+  return true;
+}
+
+TEST(DeviceScatter, AnswerDependsOnlyOnSeedAndFrequency) {
+  const CDevice& d = Device("coupler");
+  const double f3 = 3e9, f3Next = std::nextafter(3e9, 4e9);
+  const std::vector<double> fs = {1.5e9, 2.2e9, f3, f3Next, 4.5e9};
+  sparam::DeviceSolver forward(d, 1e-6, 7), backward(d, 1e-6, 7);
+  std::vector<TNT::CMatrix> first;
+  for (double f : fs) first.push_back(SolveAt(forward, f).s);
+  for (size_t k = fs.size(); k-- > 0;)
+    EXPECT_EQ(testing_support::MaxAbsDiff(SolveAt(backward, fs[k]).s, first[k]), 0.0) << fs[k];
+  EXPECT_EQ(testing_support::MaxAbsDiff(SolveAt(forward, fs[1]).s, first[1]), 0.0);
+
+  // The scatter is there, and frequencies one ulp apart (same exact answer to
+  // rounding) get unrelated scatter rather than the same draw.
+  const TNT::CMatrix exact3 = Eval(d, f3).s, exact3Next = Eval(d, f3Next).s;
+  EXPECT_GT(testing_support::MaxAbsDiff(first[2], exact3), 1e-7);
+  EXPECT_TRUE(EveryEntryApart(first[2], exact3, first[3], exact3Next, 1e-9));
+
+  // Other seeds, including ones that differ only in the top bit, give other scatter.
+  const std::uint64_t seeds[] = {0, 1, 2, 8, std::uint64_t{1} << 63};
+  std::vector<TNT::CMatrix> bySeed;
+  for (std::uint64_t seed : seeds) {
+    sparam::DeviceSolver solver(d, 1e-6, seed);
+    bySeed.push_back(SolveAt(solver, f3).s);
+    EXPECT_TRUE(EveryEntryApart(bySeed.back(), exact3, first[2], exact3, 1e-9)) << seed;
+  }
+  for (size_t a = 0; a < bySeed.size(); ++a)
+    for (size_t b = a + 1; b < bySeed.size(); ++b)
+      EXPECT_TRUE(EveryEntryApart(bySeed[a], exact3, bySeed[b], exact3, 1e-9)) << seeds[a] << " " << seeds[b];
+}
+
+// 400 answers of the 4-port coupler give 6400 draws per part. Each bound is
+// five standard errors of its statistic, so a correct generator passes (the
+// seed is fixed, so the test is deterministic) while a width off by 5 % or
+// more, a uniform instead of a normal draw, or a draw shared between parts,
+// between S_ij and S_ji or with the neighbouring frequency fails.
+TEST(DeviceScatter, ScatterIsIndependentGaussianOfTheStatedSize) {
+  const CDevice& d = Device("coupler");
+  constexpr double kNoise = 1e-5;
+  constexpr int kAnswers = 400;
+  sparam::DeviceSolver solver(d, kNoise, 11);
+  std::vector<TNT::CMatrix> dev;
+  for (int k = 0; k < kAnswers; ++k) {
+    const double f = 1.5e9 + 3e9 * k / (kAnswers - 1);
+    const TNT::CMatrix noisy = SolveAt(solver, f).s, exact = Eval(d, f).s;
+    TNT::CMatrix diff(4, 4);
+    for (int e = 0; e < 16; ++e) diff.data()[e] = (noisy.data()[e] - exact.data()[e]) * (1.0 / kNoise);
+    dev.push_back(diff);
+  }
+  for (const bool imag : {false, true}) {
+    double sum = 0.0, sum2 = 0.0;
+    int beyond2 = 0, n = 0;
+    for (const auto& m : dev)
+      for (int e = 0; e < 16; ++e, ++n) {
+        const double x = imag ? m.data()[e].im : m.data()[e].re;
+        sum += x;
+        sum2 += x * x;
+        beyond2 += std::abs(x) > 2.0;
+      }
+    const double mean = sum / n, sd = std::sqrt((sum2 - n * mean * mean) / (n - 1));
+    EXPECT_LT(std::abs(mean), 5.0 / std::sqrt(n)) << imag;
+    EXPECT_NEAR(sd, 1.0, 5.0 / std::sqrt(2.0 * n)) << imag;
+    // P(|x| > 2 sigma) = erfc(sqrt 2) = 0.0455 for a normal draw.
+    const double p = std::erfc(std::sqrt(2.0));
+    EXPECT_NEAR(static_cast<double>(beyond2) / n, p, 5.0 * std::sqrt(p * (1.0 - p) / n)) << imag;
+  }
+  // Correlation coefficients of pairs that must be independent.
+  const auto correlation = [&](auto pair) {
+    double xy = 0.0, xx = 0.0, yy = 0.0;
+    int n = 0;
+    for (size_t k = 0; k + 1 < dev.size(); ++k)
+      for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j, ++n) {
+          const auto [x, y] = pair(k, i, j);
+          xy += x * y;
+          xx += x * x;
+          yy += y * y;
+        }
+    return std::make_pair(xy / std::sqrt(xx * yy), 5.0 / std::sqrt(n));
+  };
+  const auto [reIm, reImBound] = correlation([&](size_t k, int i, int j) {
+    return std::make_pair(dev[k][i][j].re, dev[k][i][j].im);
+  });
+  EXPECT_LT(std::abs(reIm), reImBound);
+  const auto [transpose, transposeBound] = correlation([&](size_t k, int i, int j) {
+    return std::make_pair(dev[k][i][j].re, i == j ? dev[k + 1][i][j].re : dev[k][j][i].re);
+  });
+  EXPECT_LT(std::abs(transpose), transposeBound);
+  const auto [neighbour, neighbourBound] = correlation([&](size_t k, int i, int j) {
+    return std::make_pair(dev[k][i][j].im, dev[k + 1][i][j].im);
+  });
+  EXPECT_LT(std::abs(neighbour), neighbourBound);
+}
+
+double MaxAbsDiff(const TNT::CVector& a, const TNT::CVector& b) {
+  if (a.size() != b.size()) return INFINITY;
+  double worst = 0.0;
+  for (int k = 0; k < a.size(); ++k) worst = std::max(worst, abs(a[k] - b[k]));
+  return worst;
+}
+
+TEST(DeviceScatter, NoScatterIsTheExactDeviceAndPortDataStayExact) {
+  for (const CDevice* d : sparam::BuiltInDevices()) {
+    sparam::DeviceSolver exact(*d, 0.0, 5), noisy(*d, 1e-5, 5);
+    for (int k = 0; k <= 50; ++k) {
+      const double f = d->GetDefaultStart() + (d->GetDefaultStop() - d->GetDefaultStart()) * k / 50.0;
+      const SolvedPoint truth = Eval(*d, f), a = SolveAt(exact, f), b = SolveAt(noisy, f);
+      EXPECT_EQ(testing_support::MaxAbsDiff(a.s, truth.s), 0.0) << d->GetName() << " " << f;
+      EXPECT_EQ(b.frequency, f);
+      for (const SolvedPoint* p : {&a, &b}) {
+        ASSERT_EQ(p->portImpedance.has_value(), truth.portImpedance.has_value()) << d->GetName();
+        ASSERT_EQ(p->gamma.has_value(), truth.gamma.has_value()) << d->GetName();
+        if (truth.portImpedance) {
+          EXPECT_EQ(MaxAbsDiff(*p->portImpedance, *truth.portImpedance), 0.0) << d->GetName();
+        }
+        if (truth.gamma) {
+          EXPECT_EQ(MaxAbsDiff(*p->gamma, *truth.gamma), 0.0) << d->GetName();
+        }
+      }
+    }
+  }
+}
+
+TEST(DeviceScatter, DescribesItselfAndRefusesAnUnusableScatter) {
+  const CDevice& d = Device("resonator");
+  sparam::DeviceSolver solver(d, 1e-6, 3);
+  EXPECT_EQ(solver.GetNoise(), 1e-6);
+  EXPECT_EQ(solver.GetSeed(), 3u);
+  EXPECT_EQ(solver.Describe(), "device resonator with scatter 1e-06, seed 3");
+  SolvedPoint p;
+  std::string why;
+  EXPECT_FALSE(solver.Solve(0.0, 0.0, p, &why));
+  EXPECT_NE(why.find("no response at 0 Hz"), std::string::npos) << why;
+  for (double bad : {-1e-6, double(NAN), double(INFINITY)}) {
+    sparam::DeviceSolver broken(d, bad, 3);
+    EXPECT_FALSE(broken.Solve(2e9, 0.0, p, &why)) << bad;
+    EXPECT_NE(why.find("device resonator: the scatter must be finite and not negative"), std::string::npos)
+        << why;
   }
 }
 
