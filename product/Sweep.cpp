@@ -28,6 +28,10 @@ std::unique_ptr<CProject> NewSweepProject(const SweepSettings& settings, int por
   variation.AddDesignVariable("max_solves", std::to_string(settings.maxSolves));
   variation.AddDesignVariable("min_solves", std::to_string(settings.minSolves));
   variation.AddDesignVariable("max_step", Number(settings.maxStep));
+  if (settings.noise > 0.0) {
+    variation.AddDesignVariable("noise", Number(settings.noise));
+    variation.AddDesignVariable("seed", std::to_string(settings.seed));
+  }
   auto solution = std::make_unique<CFxemModalSolution>("Sweep");
   solution->SetSolutionType(CNetworkDataSolution::FxemInterpolatingSweep);
   for (int k = 0; k < ports; ++k) {
@@ -56,6 +60,8 @@ bool FindSweep(CProject& project, SweepSettings& settings, CFxemModalSolution*& 
         if (name == "max_solves") settings.maxSolves = std::atoi(value.c_str());
         if (name == "min_solves") settings.minSolves = std::atoi(value.c_str());
         if (name == "max_step") settings.maxStep = std::strtod(value.c_str(), nullptr);
+        if (name == "noise") settings.noise = std::strtod(value.c_str(), nullptr);
+        if (name == "seed") settings.seed = std::strtoull(value.c_str(), nullptr, 10);
       }
       settings.start = s->GetInterpolator()->GetLowSampleFreq();
       settings.stop = s->GetInterpolator()->GetHighSampleFreq();

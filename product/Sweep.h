@@ -7,6 +7,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <filesystem>
 #include <iosfwd>
 #include <memory>
@@ -27,6 +28,8 @@ struct SweepSettings {
   int maxSolves = 100;
   int minSolves = 0;     // guard: at least this many solves in the band (0: none)
   double maxStep = 0.0;  // guard: no gap between solves wider than this (Hz; 0: none)
+  double noise = 0.0;    // scatter added to a built-in device's answers (tests, benchmarks)
+  std::uint64_t seed = 0;
 };
 
 // A project holding one variation with an empty sweep solution for

@@ -2,6 +2,7 @@
 #include "product/SweepCommand.h"
 
 #include <atomic>
+#include <cmath>
 #include <csignal>
 #include <filesystem>
 #include <memory>
@@ -59,10 +60,11 @@ class FirstAnswer : public ISweepSolver {
   bool used_ = false;
 };
 
-std::unique_ptr<ISweepSolver> MakeSolver(const std::string& label, double timeout, std::string* why) {
+std::unique_ptr<ISweepSolver> MakeSolver(const SweepSettings& settings, double timeout, std::string* why) {
+  const std::string& label = settings.solver;
   if (label.rfind("device:", 0) == 0) {
     const CDevice* device = FindDevice(label.substr(7));
-    if (device) return std::make_unique<DeviceSolver>(*device);
+    if (device) return std::make_unique<DeviceSolver>(*device, settings.noise, settings.seed);
     std::string names;
     for (const CDevice* d : BuiltInDevices()) names += (names.empty() ? "" : ", ") + std::string(d->GetName());
     *why = "no built-in device \"" + label.substr(7) + "\" (there are " + names + "; see sparam devices)";
@@ -158,7 +160,7 @@ int RunSweepCommand(const SweepCommandOptions& o, std::ostream& out, std::ostrea
     if (o.maxSolves > 0) settings.maxSolves = o.maxSolves;
     if (!ParseGuards(o, settings, &why)) return fail(why);
     solution->GetInterpolator()->SetGuards(settings.minSolves, settings.maxStep);
-    solver = MakeSolver(settings.solver, o.solveTimeout, &why);
+    solver = MakeSolver(settings, o.solveTimeout, &why);
     if (!solver) return fail(why);
   } else {
     if (o.device.empty() == o.solver.empty()) return fail("give either --device NAME or --solver \"COMMAND\"");
@@ -170,9 +172,15 @@ int RunSweepCommand(const SweepCommandOptions& o, std::ostream& out, std::ostrea
     }
     if (!(o.tolerance > 0.0)) return fail("--tol must be above 0");
     settings.solver = o.device.empty() ? "command:" + o.solver : "device:" + o.device;
+    if (o.noise != 0.0) {
+      if (o.device.empty()) return fail("--noise scatters a built-in device's answers; it needs --device");
+      if (!(o.noise > 0.0) || !std::isfinite(o.noise)) return fail("--noise must be a finite number above 0");
+      settings.noise = o.noise;
+      settings.seed = o.seed;
+    }
     settings.tolerance = o.tolerance;
     settings.maxSolves = o.maxSolves > 0 ? o.maxSolves : 100;
-    solver = MakeSolver(settings.solver, o.solveTimeout, &why);
+    solver = MakeSolver(settings, o.solveTimeout, &why);
     if (!solver) return fail(why);
     const auto* device = o.device.empty() ? nullptr : &static_cast<DeviceSolver&>(*solver).GetDevice();
     if (!ParseBand(o, device, settings, &why)) return fail(why);

@@ -3,6 +3,7 @@
 // point by point.
 #pragma once
 
+#include <cstdint>
 #include <iosfwd>
 #include <string>
 
@@ -12,6 +13,8 @@ struct SweepCommandOptions {
   std::string device, solver, start, stop, output, resume;
   std::string maxStep;        // guard: largest gap between solves, with units ("50MHz")
   int minSolves = -1;         // guard: fewest solves in the band; -1: 0, or what a resumed sweep stored
+  double noise = 0.0;         // scatter of a built-in device's answers
+  std::uint64_t seed = 1;     // its seed
   double tolerance = 1e-3;
   int maxSolves = 0;         // 0: 100, or what a resumed sweep stored
   double solveTimeout = 300;  // seconds per solve of an external solver

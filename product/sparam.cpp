@@ -203,6 +203,12 @@ int main(int argc, char** argv) {
                            "guard: no gap between solved frequencies wider than this, e.g. 20MHz; a "
                            "feature narrower than the sampling can be missed by any sampler, this "
                            "bounds the sampling");
+  sweepCommand->add_option("--noise", sweep.noise,
+                           "with --device: add Gaussian scatter of this size to each part of every S "
+                           "entry, as an iterative field solver's answers scatter (for trying the "
+                           "sweep on realistic data)");
+  sweepCommand->add_option("--seed", sweep.seed, "seed of that scatter (the same seed gives the same answers)")
+      ->default_val(1);
   sweepCommand->add_option("--solve-timeout", sweep.solveTimeout,
                            "seconds an external solver may take per frequency")
       ->default_val(300)->check(CLI::PositiveNumber);
