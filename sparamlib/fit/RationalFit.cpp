@@ -29,7 +29,7 @@ constexpr int kSupportCap = 80;
 constexpr double kExactTolerance = 1e-13;
 // A residual within this factor of the best one reached is the noise floor;
 // the first (smallest) model that reaches it is kept.
-constexpr double kKnee = 3.0;
+constexpr double kKnee = 1.5;
 // The fit is at a floor when its residual has not halved in this many steps
 // and lies below kNoiseCeiling. A residual that stalls higher up is signal
 // the samples do not resolve yet (a long line's turning phase), not
@@ -52,6 +52,8 @@ struct Problem {
   double scale = 1.0;      // largest |F|
   std::vector<Complex> G;  // probes, probe by probe
   size_t P = 0;
+  std::vector<Complex> byPoint;  // the values again, sample by sample
+  const Complex* at(size_t k) const { return byPoint.data() + k * E; }
   Complex f(size_t e, size_t k) const { return (*F)[e * N + k]; }
   Complex g(size_t c, size_t k) const { return G[c * N + k]; }
 };
@@ -90,7 +92,11 @@ std::vector<bool> Chosen(const Problem& p, const std::vector<int>& support) {
 }
 
 // Least-squares weights for a support set: the smallest right singular
-// vector of the Loewner matrix over the other samples.
+// vector of the Loewner matrix over the other samples. The Loewner rows
+// weigh each sample's error by |D| there; one pass with rows divided by the
+// first solution's |D| (Sanathanan and Koerner, IEEE Trans. Automatic
+// Control 8 (1963)) makes it the plain least-squares error, which matters
+// when the samples scatter.
 bool SolveWeights(const Problem& p, Model& model) {
   const std::vector<bool> chosen = Chosen(p, model.support);
   std::vector<size_t> rest;
@@ -98,17 +104,32 @@ bool SolveWeights(const Problem& p, Model& model) {
     if (!chosen[k]) rest.push_back(k);
   const int m = static_cast<int>(model.support.size());
   if (rest.empty() || m == 0) return false;
-  TNT::CMatrix L(static_cast<int>(p.P * rest.size()), m);
-  for (size_t c = 0; c < p.P; ++c)
-    for (size_t r = 0; r < rest.size(); ++r)
-      for (int s = 0; s < m; ++s) {
-        const size_t j = static_cast<size_t>(model.support[static_cast<size_t>(s)]);
-        L[static_cast<int>(c * rest.size() + r)][s] =
-            (p.g(c, rest[r]) - p.g(c, j)) * (1.0 / (p.t[rest[r]] - p.t[j]));
-      }
-  TNT::CVector a;
-  if (TNT::SmallestRightSingularVector(L, a) != 0) return false;
-  model.a.assign(a.data(), a.data() + a.size());
+  std::vector<double> rowScale(rest.size(), 1.0);
+  for (int pass = 0; pass < 2; ++pass) {
+    TNT::CMatrix L(static_cast<int>(p.P * rest.size()), m);
+    for (size_t c = 0; c < p.P; ++c)
+      for (size_t r = 0; r < rest.size(); ++r)
+        for (int s = 0; s < m; ++s) {
+          const size_t j = static_cast<size_t>(model.support[static_cast<size_t>(s)]);
+          L[static_cast<int>(c * rest.size() + r)][s] =
+              (p.g(c, rest[r]) - p.g(c, j)) * (rowScale[r] / (p.t[rest[r]] - p.t[j]));
+        }
+    TNT::CVector a;
+    if (TNT::SmallestRightSingularVector(L, a) != 0) return pass > 0;
+    model.a.assign(a.data(), a.data() + a.size());
+    if (m < 2) return true;
+    double largest = 0.0;
+    for (size_t r = 0; r < rest.size(); ++r) {
+      Complex den;
+      for (int s = 0; s < m; ++s)
+        den += model.a[static_cast<size_t>(s)] *
+               (1.0 / (p.t[rest[r]] - p.t[static_cast<size_t>(model.support[static_cast<size_t>(s)])]));
+      rowScale[r] = abs(den);
+      largest = std::max(largest, rowScale[r]);
+    }
+    // 1/|D|, kept finite where D nearly vanishes (a pole at a sample).
+    for (double& w : rowScale) w = 1.0 / std::max(w, 1e-8 * largest);
+  }
   return true;
 }
 
@@ -117,7 +138,9 @@ bool SolveWeights(const Problem& p, Model& model) {
 void Measure(const Problem& p, Model& model, std::vector<double>& worstAt) {
   const std::vector<bool> chosen = Chosen(p, model.support);
   const size_t m = model.support.size();
-  std::vector<Complex> c(m);
+  std::vector<Complex> c(m), r(p.E);
+  std::vector<const Complex*> rows(m);
+  for (size_t s = 0; s < m; ++s) rows[s] = p.at(static_cast<size_t>(model.support[s]));
   double worst = 0.0, sum = 0.0;
   size_t count = 0;
   worstAt.assign(p.N, 0.0);
@@ -130,11 +153,12 @@ void Measure(const Problem& p, Model& model, std::vector<double>& worstAt) {
     }
     const Complex inv = Complex(1.0) / den;
     for (size_t s = 0; s < m; ++s) c[s] = c[s] * inv;
+    // Every value at once, as one combination of the support samples.
+    TNT::LinearCombination(r.data(), rows.data(), c.data(), m, p.E);
+    const Complex* f = p.at(k);
     double here = 0.0;
     for (size_t e = 0; e < p.E; ++e) {
-      Complex r;
-      for (size_t s = 0; s < m; ++s) r += c[s] * p.f(e, static_cast<size_t>(model.support[s]));
-      const double d = norm(p.f(e, k) - r);  // squared until the end
+      const double d = norm(f[e] - r[e]);  // squared until the end
       here = std::max(here, d);
       sum += d;
     }
@@ -153,6 +177,17 @@ struct Pole {
 };
 
 // The model's largest |value| at t.
+// The largest |sum_s c_s f_e(support s)| over the values.
+double LargestCombination(const Problem& p, const Model& model, const std::vector<Complex>& c) {
+  std::vector<const Complex*> rows(c.size());
+  for (size_t s = 0; s < c.size(); ++s) rows[s] = p.at(static_cast<size_t>(model.support[s]));
+  std::vector<Complex> out(p.E);
+  TNT::LinearCombination(out.data(), rows.data(), c.data(), c.size(), p.E);
+  double largest = 0.0;
+  for (const Complex& v : out) largest = std::max(largest, norm(v));
+  return std::sqrt(largest);
+}
+
 double LargestValue(const Problem& p, const Model& model, double t) {
   Complex den;
   std::vector<Complex> c(model.support.size());
@@ -162,13 +197,7 @@ double LargestValue(const Problem& p, const Model& model, double t) {
     c[s] = model.a[s] * (1.0 / d);
     den += c[s];
   }
-  double largest = 0.0;
-  for (size_t e = 0; e < p.E; ++e) {
-    Complex num;
-    for (size_t s = 0; s < c.size(); ++s) num += c[s] * p.f(e, static_cast<size_t>(model.support[s]));
-    largest = std::max(largest, abs(num / den));
-  }
-  return largest;
+  return LargestCombination(p, model, c) / abs(den);
 }
 
 std::vector<Pole> Poles(const Problem& p, const Model& model) {
@@ -184,6 +213,7 @@ std::vector<Pole> Poles(const Problem& p, const Model& model) {
   }
   TNT::CVector alpha, beta;
   if (TNT::ComputeGeneralizedEigenvalues(A, B, alpha, beta) != 0) return poles;
+  const std::vector<bool> chosen = Chosen(p, model.support);
   for (int k = 0; k < alpha.size(); ++k) {
     if (abs(beta[k]) <= 1e-12 * abs(alpha[k]) || abs(beta[k]) == 0.0) continue;
     const Complex z = alpha[k] / beta[k];
@@ -196,15 +226,12 @@ std::vector<Pole> Poles(const Problem& p, const Model& model) {
       c[static_cast<size_t>(s)] = model.a[static_cast<size_t>(s)] * inv;
       dd -= c[static_cast<size_t>(s)] * inv;
     }
-    double residue = 0.0;
-    for (size_t e = 0; e < p.E; ++e) {
-      Complex num;
-      for (int s = 0; s < m; ++s)
-        num += c[static_cast<size_t>(s)] * p.f(e, static_cast<size_t>(model.support[static_cast<size_t>(s)]));
-      residue = std::max(residue, abs(num / dd));
-    }
+    const double residue = LargestCombination(p, model, c) / abs(dd);
+    // Its effect is judged at the samples the model does not interpolate:
+    // at a support point the model equals the data whatever its poles.
     double nearest = INFINITY;
-    for (double tk : p.t) nearest = std::min(nearest, abs(z - Complex(tk)));
+    for (size_t k = 0; k < p.N; ++k)
+      if (!chosen[k]) nearest = std::min(nearest, abs(z - Complex(p.t[k])));
     const double onAxis = std::fabs(z.re) <= 1.0 ? LargestValue(p, model, z.re) : 0.0;
     poles.push_back({z, residue / nearest, onAxis});
   }
@@ -250,6 +277,70 @@ int SupportLimit(const Problem& p, int requested) {
   return std::min({limit, N - 1, kSupportCap});
 }
 
+Problem MakeProblem(const std::vector<double>& x, const std::vector<Complex>& F, size_t entries) {
+  Problem p;
+  p.F = &F;
+  p.E = entries;
+  p.N = x.size();
+  // Scaled frequencies: the weights do not depend on the scale, the
+  // arithmetic does.
+  const double centre = 0.5 * (x.front() + x.back()), half = 0.5 * (x.back() - x.front());
+  p.t.resize(p.N);
+  for (size_t k = 0; k < p.N; ++k) p.t[k] = (x[k] - centre) / half;
+  double scale = 0.0;
+  for (const Complex& v : F) scale = std::max(scale, norm(v));
+  p.scale = scale > 0.0 ? std::sqrt(scale) : 1.0;
+  MakeProbes(p);
+  p.byPoint.resize(p.E * p.N);
+  for (size_t e = 0; e < p.E; ++e)
+    for (size_t k = 0; k < p.N; ++k) p.byPoint[k * p.E + e] = p.f(e, k);
+  return p;
+}
+
+// Takes out spurious poles and writes the model (or the fallback) into
+// `result`.
+void Finish(const Problem& p, const std::vector<double>& x, double precision, int fallbackDegree, Model model,
+            std::vector<double>& worstAt, RationalFit& result) {
+  const size_t N = p.N;
+  const double centre = 0.5 * (x.front() + x.back()), half = 0.5 * (x.back() - x.front());
+  // Poles the data do not support, and poles on or next to the band.
+  bool spikes = false;
+  for (int round = 0; round < kCleanupRounds; ++round) {
+    if (!RemoveSpuriousPoles(p, precision, model, result.removedPoles, spikes)) break;
+  }
+  if (result.removedPoles > 0) {
+    // One more look: a spike left after the last round means no clean model.
+    Model check = model;
+    int ignored = 0;
+    RemoveSpuriousPoles(p, precision, check, ignored, spikes);
+    Measure(p, model, worstAt);
+  }
+  result.residual = model.worst / p.scale;
+  result.weights.assign(N, Complex());
+  if (spikes) {
+    // No rational model without spikes: blend every sample instead.
+    result.fallback = true;
+    const std::vector<double> beta = FloaterHormannWeights(p.t, fallbackDegree);
+    for (size_t k = 0; k < N; ++k) result.weights[k] = Complex(beta[k]);
+    result.support.resize(N);
+    for (size_t k = 0; k < N; ++k) result.support[k] = static_cast<int>(k);
+    result.residual = 0.0;
+  } else {
+    result.support = model.support;
+    for (size_t s = 0; s < model.support.size(); ++s)
+      result.weights[static_cast<size_t>(model.support[s])] = model.a[s];
+    for (const Pole& pole : Poles(p, model)) {
+      result.poles.push_back(Complex(centre) + pole.at * half);
+      result.poleEffects.push_back(pole.effect / p.scale);
+    }
+  }
+  double largest = 0.0;
+  for (const Complex& w : result.weights) largest = std::max(largest, abs(w));
+  if (largest > 0.0)
+    for (auto& w : result.weights) w = w * (1.0 / largest);
+}
+
+
 }  // namespace
 
 std::vector<double> FloaterHormannWeights(const std::vector<double>& x, int d) {
@@ -279,19 +370,7 @@ RationalFit FitRational(const std::vector<double>& x, const std::vector<Complex>
     result.support = {0};
     return result;
   }
-  Problem p;
-  p.F = &F;
-  p.E = entries;
-  p.N = N;
-  // Scaled frequencies: the weights do not depend on the scale, the
-  // arithmetic does.
-  const double centre = 0.5 * (x.front() + x.back()), half = 0.5 * (x.back() - x.front());
-  p.t.resize(N);
-  for (size_t k = 0; k < N; ++k) p.t[k] = (x[k] - centre) / half;
-  double scale = 0.0;
-  for (const Complex& v : F) scale = std::max(scale, norm(v));
-  p.scale = scale > 0.0 ? std::sqrt(scale) : 1.0;
-  MakeProbes(p);
+  const Problem p = MakeProblem(x, F, entries);
   const double tolerance = std::max(options.tolerance, kExactTolerance);
 
   // Greedy: add the sample where the worst value is furthest off.
@@ -343,8 +422,8 @@ RationalFit FitRational(const std::vector<double>& x, const std::vector<Complex>
   size_t keep = models.size() - 1;
   if (stalled) {
     double best = INFINITY;
-    for (const Model& candidate : models) best = std::min(best, candidate.worst);
-    for (keep = 0; models[keep].worst > kKnee * best; ++keep) {
+    for (const Model& candidate : models) best = std::min(best, candidate.rms);
+    for (keep = 0; models[keep].rms > kKnee * best; ++keep) {
     }
   }
   // The scatter is measured on the model with the smallest residual: the
@@ -356,42 +435,27 @@ RationalFit FitRational(const std::vector<double>& x, const std::vector<Complex>
   result.noiseLimited = stalled && !converged;
   result.noise = result.noiseLimited ? floorRms / p.scale : 0.0;
 
-  // Poles the data do not support, and poles on or next to the band.
   const double precision = std::max(tolerance, result.noise);
-  bool spikes = false;
-  for (int round = 0; round < kCleanupRounds; ++round) {
-    if (!RemoveSpuriousPoles(p, precision, model, result.removedPoles, spikes)) break;
+  Finish(p, x, precision, options.fallbackDegree, model, worstAt, result);
+  return result;
+}
+
+RationalFit CleanRationalFit(const std::vector<double>& x, const std::vector<Complex>& F, size_t entries,
+                             const RationalFit& fit, double precision, int fallbackDegree) {
+  RationalFit result = fit;
+  result.poles.clear();
+  result.poleEffects.clear();
+  result.removedPoles = 0;
+  if (x.size() < 2 || fit.weights.size() != x.size()) return result;
+  const Problem p = MakeProblem(x, F, entries);
+  Model model;
+  for (int s : fit.support) {
+    model.support.push_back(s);
+    model.a.push_back(fit.weights[static_cast<size_t>(s)]);
   }
-  if (result.removedPoles > 0) {
-    // One more look: a spike left after the last round means no clean model.
-    Model check = model;
-    int ignored = 0;
-    RemoveSpuriousPoles(p, precision, check, ignored, spikes);
-    Measure(p, model, worstAt);
-  }
-  result.residual = model.worst / p.scale;
-  result.weights.assign(N, Complex());
-  if (spikes) {
-    // No rational model without spikes: blend every sample instead.
-    result.fallback = true;
-    const std::vector<double> beta = FloaterHormannWeights(p.t, options.fallbackDegree);
-    for (size_t k = 0; k < N; ++k) result.weights[k] = Complex(beta[k]);
-    result.support.resize(N);
-    for (size_t k = 0; k < N; ++k) result.support[k] = static_cast<int>(k);
-    result.residual = 0.0;
-  } else {
-    result.support = model.support;
-    for (size_t s = 0; s < model.support.size(); ++s)
-      result.weights[static_cast<size_t>(model.support[s])] = model.a[s];
-    for (const Pole& pole : Poles(p, model)) {
-      result.poles.push_back(Complex(centre) + pole.at * half);
-      result.poleEffects.push_back(pole.effect / p.scale);
-    }
-  }
-  double largest = 0.0;
-  for (const Complex& w : result.weights) largest = std::max(largest, abs(w));
-  if (largest > 0.0)
-    for (auto& w : result.weights) w = w * (1.0 / largest);
+  std::vector<double> worstAt;
+  Measure(p, model, worstAt);
+  Finish(p, x, std::max(precision, kExactTolerance), fallbackDegree, model, worstAt, result);
   return result;
 }
 

@@ -51,6 +51,17 @@ struct RationalFit {
 RationalFit FitRational(const std::vector<double>& x, const std::vector<AComplex<double>>& F,
                         std::size_t entries, const RationalFitOptions& options = {});
 
+// Takes the poles out of a fit that the data do not support: a pole whose
+// term changes no sample by more than twice `precision` (relative to the
+// largest |value|; a Froissart doublet), or one that lifts the model above
+// twice the largest |value| on the band (a spike between samples), loses
+// its nearest support point and the weights are solved again, up to three
+// times; a spike that survives leaves the Floater-Hormann fallback.
+// FitRational does this itself; this is for a fit made or changed elsewhere.
+RationalFit CleanRationalFit(const std::vector<double>& x, const std::vector<AComplex<double>>& F,
+                             std::size_t entries, const RationalFit& fit, double precision,
+                             int fallbackDegree = 3);
+
 // Floater-Hormann weights of blending degree d at the ascending nodes x:
 // an interpolant through every node without real poles that reproduces
 // polynomials up to degree d (Floater and Hormann, Numer. Math. 107 (2007),
