@@ -7,12 +7,18 @@
 // bench/compare_interpolate.py sets scikit-rf's cubic interpolation of the
 // same data beside it; with --write DIR the program leaves the 50 solved
 // points (Touchstone, 17 digits) and the model's values at every 100th
-// target frequency there for it. Prints one JSON object.
+// target frequency there for it. The barycentric weight fit alone is also
+// timed at 200 solved points (a long sweep's solution), on the exact model
+// ("bri_fit_200") and with every answer scattered by 1e-6 as a field
+// solver's are ("bri_fit_200_scattered": the fit cannot converge and runs
+// its longest); --fit-only measures just those. Prints one JSON object.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "PoleResidueModel.h"
 #include "sparamlib/data/NetworkModalData.h"
@@ -29,14 +35,22 @@ using Clock = std::chrono::steady_clock;
 constexpr int kPorts = 32, kPoints = 50, kTargets = 10001;
 constexpr double kStart = 1e9, kStop = 10e9;
 
-std::unique_ptr<CNetworkModalSolution> Solved(const PoleResidueModel& model, int points) {
+// `points` uniformly spaced solved points of the model; with noise > 0 every
+// S entry's real and imaginary parts are scattered by N(0, noise^2), as a
+// field solver's answers are (fixed seed).
+std::unique_ptr<CNetworkModalSolution> Solved(const PoleResidueModel& model, int points, double noise = 0.0) {
+  std::mt19937_64 rng(1);
+  std::normal_distribution<double> scatter(0.0, noise > 0.0 ? noise : 1.0);
   auto s = std::make_unique<CNetworkModalSolution>("Sweep");
   for (int k = 0; k < kPorts; ++k) s->AddMatrixEntry(CMatrixEntry("P" + std::to_string(k + 1), 1, k));
   for (int k = 0; k < points; ++k) {
     auto point = s->CreateNetworkData();
     point->SetFrequency(kStart + (kStop - kStart) * k / (points - 1));
     point->SetDataType(CNetworkData::ExactPoint);
-    point->SetSMatrix(std::make_unique<TNT::CMatrix>(model.S(point->GetFrequency())));
+    auto sm = std::make_unique<TNT::CMatrix>(model.S(point->GetFrequency()));
+    if (noise > 0.0)
+      for (int e = 0; e < sm->size(); ++e) sm->data()[e] += C(scatter(rng), scatter(rng));
+    point->SetSMatrix(std::move(sm));
     static_cast<CNetworkModalData&>(*point).SetPortImpedance(
         std::make_unique<TNT::CVector>(kPorts, C(50.0)));
     s->AddNetworkData(std::move(point));
@@ -98,10 +112,44 @@ void WritePeerFiles(const std::string& dir, CNetworkDataSolution& solved, const 
                           nd::kRealImaginary, nd::kSMatrix, 17, false, false, nullptr);
 }
 
+// The weight fit of `points` solved points of the same model, timed alone
+// (each of `repeats` runs on a fresh solution, so nothing is cached), and the
+// worst error of the fitted weights on every 100th target.
+void PrintFit(const char* name, const PoleResidueModel& model, int points, double noise, int repeats) {
+  std::vector<double> runs;
+  std::unique_ptr<CNetworkModalSolution> s;
+  for (int r = 0; r < repeats; ++r) {
+    s = Solved(model, points, noise);
+    s->SetSolutionType(CNetworkDataSolution::InterpolateBRI);
+    const auto t0 = Clock::now();
+    auto weights = nd::ComputeBRIWeights(*s);
+    runs.push_back(std::chrono::duration<double>(Clock::now() - t0).count());
+    if (!weights) {
+      std::fprintf(stderr, "no weights for %d points\n", points);
+      std::exit(1);
+    }
+    s->SetBRIWeights(std::move(weights));
+  }
+  const Run check = Interpolate(*s, model, 100);
+  std::printf("\"%s\": {\"points\": %d, \"scatter\": %g, \"support\": %zu, \"best_s\": %.4g, \"runs_s\": [",
+              name, points, noise, s->GetBRIWeights()->GetSupportFrequencies().size(),
+              *std::min_element(runs.begin(), runs.end()));
+  for (size_t r = 0; r < runs.size(); ++r) std::printf("%s%.4g", r ? ", " : "", runs[r]);
+  std::printf("], \"worst\": %.3g}", check.worst);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const PoleResidueModel model(kPorts, 6, 7);
+  if (argc == 2 && std::strcmp(argv[1], "--fit-only") == 0) {
+    std::printf("{\"ports\": %d,\n ", kPorts);
+    PrintFit("bri_fit_200", model, 200, 0.0, 3);
+    std::printf(",\n ");
+    PrintFit("bri_fit_200_scattered", model, 200, 1e-6, 3);
+    std::printf("}\n");
+    return 0;
+  }
   auto s = Solved(model, kPoints);
   if (argc == 3 && std::strcmp(argv[1], "--write") == 0) WritePeerFiles(argv[2], *s, model);
 
@@ -131,6 +179,10 @@ int main(int argc, char** argv) {
                 sep, points, run.frequencies, run.seconds, run.seconds / run.frequencies, run.worst);
     sep = ",";
   }
-  std::printf("]}\n");
+  std::printf("],\n ");
+  PrintFit("bri_fit_200", model, 200, 0.0, 3);
+  std::printf(",\n ");
+  PrintFit("bri_fit_200_scattered", model, 200, 1e-6, 3);
+  std::printf("}\n");
   return 0;
 }

@@ -14,7 +14,9 @@ echo "== Touchstone read against scikit-rf"
 "$python" bench/compare_touchstone_read.py "$build/bench/bench_touchstone_read" 2>/dev/null
 echo "== interpolation against scikit-rf"
 "$python" bench/compare_interpolate.py "$build/bench/bench_interpolate" 2>/dev/null
-echo "== interpolating sweeps of the built-in devices against uniform sampling"
+echo "== barycentric weight fit, 32 ports, 200 solved points (exact and scattered by 1e-6)"
+"$build/bench/bench_interpolate" --fit-only
+echo "== interpolating sweeps of the built-in devices: against uniform sampling, and on scattered data"
 "$build/bench/bench_sweep"
 "$build/bench/bench_sweep_overhead"
 echo "== MATLAB write"
