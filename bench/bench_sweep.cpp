@@ -147,7 +147,7 @@ SweepResult Sweep(const sparam::CDevice& d, double goal, double noise, std::uint
   const CFxemInterpolator& interp = *s->GetInterpolator();
   for (int i = 0; i < interp.GetNumRanges(); ++i) {
     const CAdaptiveInterp* r = interp.GetRangeInterpolator(i);
-    const double reported = !r ? INFINITY : r->Check() ? r->GetErrorEstimate() : r->GetReachedAccuracy();
+    const double reported = !r ? INFINITY : r->Check() ? r->GetClaimedError() : r->GetReachedAccuracy();
     result.claimed = std::max(result.claimed, r ? reported * r->GetNormalizingMagnitude() : INFINITY);
   }
   result.scatter = interp.GetNoiseEstimate();

@@ -135,7 +135,7 @@ SweepOutcome RunSweep(CProject& project, CFxemModalSolution& solution, const Swe
     double estimate = 0.0;
     const int range = interp.GetRangeIndex(answer.frequency);
     if (const CAdaptiveInterp* r = interp.GetRangeInterpolator(range))
-      estimate = r->GetErrorEstimate() * r->GetNormalizingMagnitude();
+      estimate = r->GetClaimedError() * r->GetNormalizingMagnitude();
     progress << "solve " << solution.GetNumFrequencies() << " at " << FormatFrequency(answer.frequency)
              << ": estimated error " << AString::Format("%.2g", estimate) << " (goal "
              << AString::Format("%.2g", settings.tolerance) << ")\n"
@@ -166,7 +166,7 @@ void PrintRangeSummary(const CFxemModalSolution& solution, std::ostream& out) {
     out << "  " << FormatFrequency(interp->GetRangeLow(i)) << " to " << FormatFrequency(interp->GetRangeHigh(i))
         << ": " << (r ? r->GetBasisSize() : 0) << " points";
     if (r && r->Check()) {
-      out << ", estimated error " << AString::Format("%.2g", r->GetErrorEstimate() * r->GetNormalizingMagnitude())
+      out << ", estimated error " << AString::Format("%.2g", r->GetClaimedError() * r->GetNormalizingMagnitude())
           << ", goal met\n";
       continue;
     }

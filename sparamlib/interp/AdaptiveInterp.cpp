@@ -18,12 +18,15 @@ constexpr size_t kNoiseFits = 4;
 // residual) is not claimed: two models that agree within it can both be
 // off by more where the samples scatter.
 constexpr double kNoiseMargin = 10.0;
+// At a noise floor the estimate and the recent prediction errors lie within
+// this multiple of the measured scatter.
+constexpr double kFloorReach = 30.0;
 // Fewest samples before a noise floor is believed.
 constexpr int kNoiseSamples = 8;
 // The estimate must stay within this share of the goal: it compares two
 // models fitted to nearly the same samples, which can agree and both be
 // off, most of all where the samples scatter.
-constexpr double kEstimateShare = 0.5;
+constexpr double kEstimateShare = 0.3;
 // A resonance counts as resolved when samples on both sides lie within this
 // many of its half-widths (|Im| of its pole) from its centre.
 constexpr double kResolveWidths = 3.0;
@@ -213,18 +216,36 @@ bool CAdaptiveInterp::Check() const { return GoalMet() && GuardsHold(); }
 bool CAdaptiveInterp::AboveNoise() const { return m_Tolerance >= kNoiseMargin * GetNoiseEstimate(); }
 
 bool CAdaptiveInterp::AtNoiseFloor() const {
-  const size_t fits = m_NoiseHistory.size();
-  if (GetBasisSize() < kNoiseSamples || fits < kNoiseFits) return false;
+  const size_t fits = m_NoiseHistory.size(), predictions = m_PredictionErrors.size();
+  if (GetBasisSize() < kNoiseSamples || fits < kNoiseFits || predictions < kNoiseFits) return false;
   for (size_t k = 1; k <= kNoiseFits; ++k) {
     const double noise = m_NoiseHistory[fits - k];
     if (noise <= 0.0 || m_Tolerance >= kNoiseMargin * noise) return false;
+    // The model must already be as good as the scatter allows: a residual
+    // that stalls while new samples are still predicted far worse is
+    // signal the samples do not resolve (a long line's phase), not scatter.
+    if (m_PredictionErrors[predictions - k] > kFloorReach * noise) return false;
   }
-  return true;
+  return m_Estimate <= kFloorReach * GetNoiseEstimate();
+}
+
+double CAdaptiveInterp::GetClaimedError() const {
+  // Everything measured about the model: the estimate, the last two
+  // samples' prediction errors, and the scatter of the data themselves.
+  double claimed = std::max(m_Estimate, GetNoiseEstimate());
+  const size_t n = m_PredictionErrors.size();
+  for (size_t k = n > 2 ? n - 2 : 0; k < n; ++k) claimed = std::max(claimed, m_PredictionErrors[k]);
+  return claimed;
 }
 
 double CAdaptiveInterp::GetReachedAccuracy() const {
-  const double last = m_PredictionErrors.empty() ? INFINITY : m_PredictionErrors.back();
-  return std::max(m_Estimate, last);
+  // As claimed, but over the last kNoiseFits samples: a range that did not
+  // finish is judged by its worse recent predictions too.
+  double reached = GetClaimedError();
+  const size_t n = m_PredictionErrors.size();
+  if (n == 0) return INFINITY;
+  for (size_t k = n > kNoiseFits ? n - kNoiseFits : 0; k < n; ++k) reached = std::max(reached, m_PredictionErrors[k]);
+  return reached;
 }
 
 int CAdaptiveInterp::ProposeNext(double& frequency, double& tolerance) const {

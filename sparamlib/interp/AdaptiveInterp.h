@@ -68,13 +68,17 @@ class CAdaptiveInterp {
   // the last fit measured it (0 while the fit reaches double precision).
   double GetNoiseEstimate() const { return m_NoiseHistory.empty() ? 0.0 : m_NoiseHistory.back(); }
   // The range cannot reach its goal because its data scatter: its last
-  // kNoiseFits fits stopped at a noise floor and the goal lies below
-  // kNoiseMargin times that floor each time. More samples would only follow
-  // the scatter.
+  // kNoiseFits fits stopped at a noise floor, the goal lies below
+  // kNoiseMargin times that floor each time, and the model is as good as the
+  // floor allows (estimate and recent prediction errors within kFloorReach
+  // times it). More samples would only follow the scatter.
   bool AtNoiseFloor() const;
-  // The accuracy the range has reached, relative to the normalising
-  // magnitude: the larger of the estimate and the last measured prediction
-  // error.
+  // The error the range claims, relative to the normalising magnitude: the
+  // largest of the estimate, the last two measured prediction errors and the
+  // measured scatter.
+  double GetClaimedError() const;
+  // The accuracy a range that did not finish has reached: as claimed, with
+  // the prediction errors of the last few samples.
   double GetReachedAccuracy() const;
 
   // True until the range meets its goal (see Check), unless its data's
