@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/formats/BlockScan.h"
 #include "sparamlib/formats/LineReader.h"
 #include "sparamlib/formats/NetworkDataUtilities.h"
 #include "sparamlib/formats/TouchstoneReader.h"
@@ -341,6 +342,61 @@ TEST(TouchstoneReader, ParsesNumbersExactlyAsFromChars) {
   double v = 0.0;
   for (const char* bad : {"", "-", "+-1", "1e", "1.2.3", "0x10", "1e5x", "--1", "."})
     EXPECT_FALSE(nd::ParseNumber(bad, v)) << bad;
+}
+
+// The bulk path's scanner for short decimals on its own. Where it takes a
+// token it must give from_chars' double, and it must take no other form:
+// the reader trusts its yes. And it must take every plain decimal (a sign,
+// at most 8 digits before the point, 16 bytes), or big files silently go
+// the slow way, which the reading tests cannot see. Bytes after the token
+// are read but must not count.
+TEST(TouchstoneReader, ShortDecimalTakesPlainDecimalsExactly) {
+  std::mt19937_64 rng(23);
+  std::uniform_int_distribution<int> length(1, 18), pick(0, 99);
+  const std::string alphabet = "0123456789.-+eE ";
+  const auto plain = [](const std::string& t) {
+    size_t i = t[0] == '-' || t[0] == '+' ? 1 : 0;
+    size_t whole = 0, fraction = 0, points = 0;
+    for (; i < t.size(); ++i) {
+      if (t[i] == '.') {
+        ++points;
+      } else if (t[i] >= '0' && t[i] <= '9') {
+        ++(points ? fraction : whole);
+      } else {
+        return false;
+      }
+    }
+    return t.size() <= 16 && points <= 1 && whole <= 8 && whole + fraction > 0;
+  };
+  char buffer[64];
+  size_t taken = 0;
+  for (int k = 0; k < 300000; ++k) {
+    std::string t;
+    const int n = length(rng);
+    if (k % 2) {  // any bytes of a number
+      for (int j = 0; j < n; ++j) t += alphabet[static_cast<size_t>(pick(rng)) % alphabet.size()];
+    } else {  // a decimal as data files write them
+      if (pick(rng) < 40) t += pick(rng) < 50 ? '-' : '+';
+      const int whole = pick(rng) % 10;
+      for (int j = 0; j < whole; ++j) t += static_cast<char>('0' + pick(rng) % 10);
+      if (pick(rng) < 85) t += '.';
+      while (t.size() < static_cast<size_t>(n)) t += static_cast<char>('0' + pick(rng) % 10);
+    }
+    // What follows the token: a blank or a line end, then digits.
+    for (char& c : buffer) c = static_cast<char>('0' + pick(rng) % 10);
+    std::memcpy(buffer, t.data(), t.size());
+    buffer[t.size()] = pick(rng) < 50 ? ' ' : '\n';
+    double got = 0.0;
+    const bool took = nd::ShortDecimal(buffer, static_cast<int>(t.size()), got);
+    ASSERT_EQ(took, plain(t)) << '"' << t << '"';
+    if (!took) continue;
+    ++taken;
+    const char* first = t.c_str() + (t[0] == '+');
+    double expected = 0.0;
+    std::from_chars(first, t.c_str() + t.size(), expected);
+    ASSERT_EQ(std::bit_cast<std::uint64_t>(got), std::bit_cast<std::uint64_t>(expected)) << t;
+  }
+  EXPECT_GT(taken, 50000u);  // the generator reaches the taken side, not only the refusals
 }
 
 // Data lines are parsed in place from the read buffer, by their own scanner
