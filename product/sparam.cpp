@@ -148,7 +148,8 @@ int main(int argc, char** argv) {
   CLI::App* convertCommand = app.add_subcommand(
       "convert", "Convert network data between project (.ndp), Touchstone (.sNp, .ts), Citifile "
                  "(.cit), spreadsheet (.tab), MATLAB (.m) and Supercompact (.sc) files, by "
-                 "extension; port impedances are kept unless --renorm is given");
+                 "extension; port impedances are kept unless --renorm is given. OUTPUT must not be INPUT "
+                 "itself (nor the same file through a link)");
   convertCommand->add_option("INPUT", cv.input, "file to read (.ndp, .sNp, .ts, .cit)")->required();
   convertCommand->add_option("OUTPUT", cv.output, "file to write")->required();
   AddWriterOptions(convertCommand, cv);
@@ -160,7 +161,8 @@ int main(int argc, char** argv) {
       "Interpolate a solution: with --freq, write it read at those frequencies (a project, or "
       "Touchstone/MATLAB/Supercompact by OUTPUT's extension) with an error estimate per "
       "interpolated point; without, write the project with the solution switched to the method "
-      "(bri stores its weights)");
+      "(bri stores its weights). The output must not be PROJECT itself (nor the same file through a "
+      "link)");
   interpCommand->add_option("PROJECT", interp.project, "project file (.ndp)")->required();
   interpCommand->add_option("-o,--output", interp.output, "file to write")->required();
   interpCommand->add_option("--method", interp.method,

@@ -1,8 +1,9 @@
-// What `sparam sweep` promises about the project it writes, run as a user
-// runs it (the sparam binary as a child process): one sweep per project at a
-// time, a resume that refuses what it cannot honour, and a signal that stops
-// the sweep within a second in the middle of a solve with every point kept
-// and no solver left.
+// What `sparam sweep`, `interp` and `convert` promise about the files they
+// write, run as a user runs them (the sparam binary as a child process): one
+// sweep per project at a time, a resume that refuses what it cannot honour,
+// a signal that stops the sweep within a second in the middle of a solve with
+// every point kept and no solver left, and no command that writes over its
+// own input.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -301,6 +302,34 @@ TEST_F(SweepSafety, AKilledSweepLeavesNoLockBehindEvenWhileItsSolverLivesOn) {
   EXPECT_EQ(resumed.status, 3) << resumed.err;
   EXPECT_EQ(Solved("p.ndp"), 2u);
   KillSolver();
+}
+
+TEST_F(SweepSafety, InterpAndConvertRefuseToWriteOverTheirInput) {
+  const std::string p = P("p.ndp");
+  ASSERT_EQ(Sparam({"sweep", "--device", "bandpass", "--max-solves", "5", "-o", p}).status, 3);
+  ASSERT_EQ(Sparam({"convert", p, P("x.s2p")}).status, 0);
+  fs::create_hard_link(dir / "p.ndp", dir / "hard.ndp");
+  fs::create_symlink(dir / "p.ndp", dir / "soft.ndp");
+  fs::create_hard_link(dir / "x.s2p", dir / "hard.s2p");
+  const std::string project = Read("p.ndp"), touchstone = Read("x.s2p");
+  const std::vector<std::string> refused[] = {
+      {"interp", p, "-o", p},
+      {"interp", p, "-o", P("hard.ndp")},
+      {"interp", P("soft.ndp"), "--freq", "9GHz:11GHz:5", "-o", p},
+      {"convert", p, p},
+      {"convert", p, P("soft.ndp")},
+      {"convert", P("x.s2p"), P("hard.s2p")},
+  };
+  for (const auto& args : refused) {
+    const Exit run = Sparam(args);
+    EXPECT_EQ(run.status, 1) << args[0] << " " << args.back() << ": " << run.err;
+    EXPECT_NE(run.err.find("is the input"), std::string::npos) << run.err;
+  }
+  EXPECT_EQ(Read("p.ndp"), project);
+  EXPECT_EQ(Read("x.s2p"), touchstone);
+  // Another file is fine.
+  EXPECT_EQ(Sparam({"interp", p, "-o", P("q.ndp")}).status, 0);
+  EXPECT_EQ(Sparam({"convert", P("x.s2p"), P("y.s2p")}).status, 0);
 }
 
 }  // namespace
