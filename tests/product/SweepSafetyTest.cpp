@@ -176,7 +176,8 @@ TEST_F(SweepSafety, TheLockKeepsOutAnyOtherHolderButNeverADeadOne) {
     auto lock = sparam::SweepLock::Acquire(dir / "p.ndp", nullptr);
     const char ok = lock ? 'y' : 'n';
     (void)!::write(ready[1], &ok, 1);
-    ::pause();  // killed below, without releasing: the lock file stays
+    ::alarm(20);  // never outlives a test that stopped early
+    ::pause();    // killed below, without releasing: the lock file stays
     ::_exit(0);
   }
   char ok = 0;
