@@ -72,6 +72,17 @@ std::unique_ptr<CProject> LoadNetworkFile(const std::string& path, std::string* 
 }
 
 bool Convert(const std::string& input, ExportRequest request, std::string* error) {
+  // A conversion onto its own input would replace the only copy of the data
+  // with a rewrite of it; the same file under another name or through a link
+  // (same device and inode) counts.
+  if (std::error_code ec; fs::equivalent(request.output, input, ec)) {
+    if (error) {
+      *error = request.output + " is the input " + input +
+               (request.output == input ? "" : " (the same file under another name)") +
+               "; write the conversion to another file";
+    }
+    return false;
+  }
   std::unique_ptr<CProject> project = LoadNetworkFile(input, error);
   if (!project) return false;
   if (IsProjectFile(request.output)) {

@@ -23,8 +23,9 @@ std::unique_ptr<CProject> LoadNetworkFile(const std::string& path, std::string* 
 // request renormalises, the port impedances survive: data at one real
 // impedance on every port says so on the Touchstone option line, and any
 // other impedances (or propagation constants) are written as "! Port
-// Impedance" and "! Gamma" lines. False with a one-line reason; the target
-// is then untouched.
+// Impedance" and "! Gamma" lines. An output that is the input file itself
+// (by name, hard link or symbolic link) is refused. False with a one-line
+// reason; the target is then untouched.
 bool Convert(const std::string& input, ExportRequest request, std::string* error);
 
 }  // namespace sparam

@@ -74,11 +74,13 @@ bool HasExited(pid_t pid, siginfo_t* info) {
          si->si_pid == pid;
 }
 
-bool WaitExited(pid_t pid, double seconds, siginfo_t* info) {
+// Waits up to `seconds` for the process to end; a set `interrupt` cuts the
+// wait short.
+bool WaitExited(pid_t pid, double seconds, siginfo_t* info, const std::atomic<int>* interrupt = nullptr) {
   const double until = Now() + seconds;
   for (;;) {
     if (HasExited(pid, info)) return true;
-    if (Now() >= until) return false;
+    if (Now() >= until || (interrupt && interrupt->load())) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
 }
@@ -247,9 +249,11 @@ bool ExternalSolver::WriteRequest(double frequency, double deadline, std::string
   const std::string text = RequestText(frequency);
   size_t done = 0;
   while (done < text.size()) {
+    if (Interrupted()) return Fail("interrupted while solving " + FormatFrequency(frequency), true, why);
     pollfd p{m_In, POLLOUT, 0};
-    const int ready = ::poll(&p, 1, PollMillis(deadline));
+    const int ready = ::poll(&p, 1, PollSlice(deadline));
     if (ready < 0 && errno == EINTR) continue;
+    if (ready == 0 && Now() < deadline) continue;
     if (ready == 0)
       return Fail("solver took no request within " + Seconds(m_Timeout) + " at " + FormatFrequency(frequency),
                   true, why);
@@ -284,9 +288,11 @@ bool ExternalSolver::ReadLine(double frequency, double deadline, std::string& li
       return Fail("line " + std::to_string(m_LinesRead + 1) + " of the solver's output is longer than " +
                       std::to_string(kMaxLineBytes >> 20) + " MB",
                   true, why);
+    if (Interrupted()) return Fail("interrupted while solving " + FormatFrequency(frequency), true, why);
     pollfd p{m_Out, POLLIN, 0};
-    const int ready = ::poll(&p, 1, PollMillis(deadline));
+    const int ready = ::poll(&p, 1, PollSlice(deadline));
     if (ready < 0 && errno == EINTR) continue;
+    if (ready == 0 && Now() < deadline) continue;
     if (ready == 0)
       return Fail("solver answered no JSON within " + Seconds(m_Timeout) + " at " + FormatFrequency(frequency) +
                       " (does it flush its output after each answer?)",
@@ -308,7 +314,7 @@ std::string ExternalSolver::ExitReason(double frequency) {
   siginfo_t info;
   // It has closed its end of a pipe; an exiting process does that just before
   // it is gone, so a short wait tells a crash from a closed stream.
-  if (m_Pid > 0 && WaitExited(m_Pid, 1.0, &info)) {
+  if (m_Pid > 0 && WaitExited(m_Pid, 1.0, &info, m_Interrupt)) {
     if (info.si_code == CLD_EXITED) {
       std::string hint;
       if (info.si_status == 127) hint = " (command not found?)";
@@ -394,14 +400,21 @@ bool ExternalSolver::ParseAnswer(const std::string& line, double frequency, doub
   return true;
 }
 
+int ExternalSolver::PollSlice(double deadline) const {
+  const int millis = PollMillis(deadline);
+  if (!m_Interrupt) return millis;
+  return millis < 0 || millis > 50 ? 50 : millis;
+}
+
 void ExternalSolver::Stop(double graceSeconds) {
   if (m_In >= 0) ::close(m_In);
   m_In = -1;
   if (m_Pid > 0) {
     // A well-behaved solver ends when its stdin closes; give it that chance,
     // then ask, then insist. The leader stays unreaped until the group has
-    // been signalled, so the group id still names our solver's group.
-    if (!WaitExited(m_Pid, graceSeconds, nullptr)) {
+    // been signalled, so the group id still names our solver's group. An
+    // interrupted sweep gives no grace: the user wants it to stop now.
+    if (!WaitExited(m_Pid, Interrupted() ? 0.0 : graceSeconds, nullptr, m_Interrupt)) {
       ::kill(-m_Pid, SIGTERM);
       if (!WaitExited(m_Pid, 0.5, nullptr)) ::kill(-m_Pid, SIGKILL);
     }

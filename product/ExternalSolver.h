@@ -3,6 +3,7 @@
 // JSON answer per line on its stdout.
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <sys/types.h>
 
@@ -25,6 +26,14 @@ class ExternalSolver : public ISweepSolver {
   ~ExternalSolver() override;
   ExternalSolver(const ExternalSolver&) = delete;
   ExternalSolver& operator=(const ExternalSolver&) = delete;
+
+  // A flag that asks for a prompt stop (the sweep's interrupt: the number
+  // of the signal that came, 0 while none did). A Solve waiting for the
+  // solver looks at it at least every 50 ms; once it is set, the solve
+  // fails with "interrupted ..." and the solver's process group is ended at
+  // once (SIGTERM, SIGKILL half a second later) instead of after the usual
+  // grace. Null: no interrupt.
+  void SetInterrupt(const std::atomic<int>* flag) { m_Interrupt = flag; }
 
   // Starts the process if it is not running. False (reason in `why`) when it
   // cannot be started or has failed before.
@@ -52,6 +61,10 @@ class ExternalSolver : public ISweepSolver {
                    std::string* why);
   std::string ExitReason(double frequency);
   void Stop(double graceSeconds);
+  bool Interrupted() const { return m_Interrupt && m_Interrupt->load() != 0; }
+  // poll() milliseconds until `deadline`, in slices short enough to notice
+  // the interrupt.
+  int PollSlice(double deadline) const;
 
   std::string m_Command;
   double m_Timeout;
@@ -62,6 +75,7 @@ class ExternalSolver : public ISweepSolver {
   std::string m_Buffer;    // bytes read past the last complete line
   long m_LinesRead = 0;    // lines of the solver's output so far, for messages
   std::string m_Broken;    // the reason the process was stopped, once it was
+  const std::atomic<int>* m_Interrupt = nullptr;
 };
 
 }  // namespace sparam

@@ -83,6 +83,13 @@ int RunInterp(const InterpOptions& o, std::ostream& out, std::ostream& err) {
     if (!format) return fail(o.output + ": expected a project (.ndp), Touchstone, MATLAB or Supercompact file name");
     if (o.freq.empty()) return fail("--freq is needed to write interpolated data to " + o.output);
   }
+  // Writing over the project being read would lose it if the write went
+  // wrong; the same file under another name or through a link (same device
+  // and inode) is the same file.
+  if (std::error_code ec; std::filesystem::equivalent(o.output, o.project, ec))
+    return fail("-o " + o.output + " is the input " + o.project +
+                (o.output == o.project ? "" : " (the same file under another name)") +
+                "; write the result to another file");
   std::vector<double> frequencies;
   if (!o.freq.empty()) {
     std::string why;

@@ -34,7 +34,8 @@ struct InterpOptions {
   size_t variation = 1;  // from 1
 };
 
-// The command: 0 on success, 1 with a message on `err` otherwise.
+// The command: 0 on success, 1 with a message on `err` otherwise; an
+// output that is the input project itself (by name or link) is refused.
 int RunInterp(const InterpOptions& options, std::ostream& out, std::ostream& err);
 
 }  // namespace sparam

@@ -1,8 +1,18 @@
 // The sweep loop and the stored description of a sweep.
 #include "product/Sweep.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
 #include <cmath>
+#include <csignal>
+#include <cstring>
 #include <ostream>
+#include <thread>
 
 #include "product/InfoCommand.h"
 #include "sparamlib/data/FxemModalData.h"
@@ -77,7 +87,7 @@ bool FindSweep(CProject& project, SweepSettings& settings, CFxemModalSolution*& 
 
 SweepOutcome RunSweep(CProject& project, CFxemModalSolution& solution, const SweepSettings& settings,
                       const std::filesystem::path& path, ISweepSolver& solver, std::ostream& progress,
-                      const std::atomic<bool>* interrupt) {
+                      const std::atomic<int>* interrupt) {
   SweepOutcome outcome;
   auto stop = [&](SweepOutcome::Stop why, std::string message) {
     outcome.stop = why;
@@ -86,9 +96,12 @@ SweepOutcome RunSweep(CProject& project, CFxemModalSolution& solution, const Swe
   };
   CFxemInterpolator& interp = *solution.GetInterpolator();
   const int n = solution.GetNumPorts();
+  auto interrupted = [&] {
+    outcome.signal = interrupt ? interrupt->load() : 0;
+    return stop(SweepOutcome::Interrupted, InterruptedBy(outcome.signal) + "; every point solved so far is saved");
+  };
   for (;;) {
-    if (interrupt && interrupt->load())
-      return stop(SweepOutcome::Interrupted, "interrupted; every point solved so far is saved");
+    if (interrupt && interrupt->load()) return interrupted();
     int status = 0;
     double tolerance = 0.0;
     const double f = interp.GetNextFrequency(status, tolerance);
@@ -111,7 +124,12 @@ SweepOutcome RunSweep(CProject& project, CFxemModalSolution& solution, const Swe
     }
     SolvedPoint answer;
     std::string why;
-    if (!solver.Solve(f, tolerance, answer, &why)) return stop(SweepOutcome::SolverFailed, why);
+    if (!solver.Solve(f, tolerance, answer, &why)) {
+      // A solver stopped by the interrupt fails its solve; that is the
+      // user's stop, not the solver's fault.
+      if (interrupt && interrupt->load()) return interrupted();
+      return stop(SweepOutcome::SolverFailed, why);
+    }
     if (answer.s.num_rows() != n || answer.s.num_cols() != n) {
       return stop(SweepOutcome::SolverFailed,
                   AString::Format("the solver answered %d x %d S at %s, expected %d x %d", answer.s.num_rows(),
@@ -143,6 +161,19 @@ SweepOutcome RunSweep(CProject& project, CFxemModalSolution& solution, const Swe
   }
 }
 
+std::string InterruptedBy(int signal) {
+  switch (signal) {
+    case SIGINT:
+      return "interrupted by SIGINT (Ctrl-C)";
+    case SIGTERM:
+      return "interrupted by SIGTERM";
+    case SIGHUP:
+      return "interrupted by SIGHUP (the terminal went away)";
+    default:
+      return signal > 0 ? "interrupted by signal " + std::to_string(signal) : "interrupted";
+  }
+}
+
 int ExitStatus(const SweepOutcome& outcome) {
   switch (outcome.stop) {
     case SweepOutcome::Converged:
@@ -152,10 +183,95 @@ int ExitStatus(const SweepOutcome& outcome) {
     case SweepOutcome::NoiseFloor:
       return 4;
     case SweepOutcome::Interrupted:
-      return 130;
+      // The shell's convention for a program ended by a signal.
+      return 128 + (outcome.signal > 0 ? outcome.signal : SIGINT);
     default:
       return 1;
   }
+}
+
+namespace {
+
+// The process id written in a lock file, or 0 when it holds none (yet: the
+// holder writes it just after taking the lock).
+long LockHolder(int fd) {
+  char text[32] = {};
+  const ssize_t n = ::pread(fd, text, sizeof text - 1, 0);
+  if (n <= 0) return 0;
+  return std::strtol(text, nullptr, 10);
+}
+
+// Whether `fd` is still the file at `path`: a releasing holder removes the
+// lock file before it unlocks, so a lock taken on a removed file is no lock.
+bool IsFileAt(int fd, const std::filesystem::path& path) {
+  struct stat open {}, named {};
+  return ::fstat(fd, &open) == 0 && ::stat(path.c_str(), &named) == 0 && open.st_dev == named.st_dev &&
+         open.st_ino == named.st_ino;
+}
+
+}  // namespace
+
+std::filesystem::path SweepLock::LockPath(const std::filesystem::path& project) {
+  std::error_code ec;
+  std::filesystem::path real = std::filesystem::weakly_canonical(project, ec);
+  if (ec) real = std::filesystem::absolute(project, ec);
+  if (ec) real = project;
+  real += ".lock";
+  return real;
+}
+
+std::unique_ptr<SweepLock> SweepLock::Acquire(const std::filesystem::path& project, std::string* why) {
+  const std::filesystem::path path = LockPath(project);
+  auto fail = [&](std::string reason) -> std::unique_ptr<SweepLock> {
+    if (why) *why = std::move(reason);
+    return nullptr;
+  };
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0) return fail("cannot lock " + project.string() + ": " + path.string() + ": " + std::strerror(errno));
+    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
+      if (!IsFileAt(fd, path)) {  // its holder removed it while we opened it
+        ::close(fd);
+        continue;
+      }
+      // Our process id, for the message of a sweep we keep out.
+      const std::string pid = std::to_string(::getpid()) + "\n";
+      if (::ftruncate(fd, 0) != 0 || ::pwrite(fd, pid.data(), pid.size(), 0) != static_cast<ssize_t>(pid.size())) {
+        const int e = errno;
+        ::unlink(path.c_str());
+        ::close(fd);
+        return fail("cannot lock " + project.string() + ": " + path.string() + ": " + std::strerror(e));
+      }
+      return std::unique_ptr<SweepLock>(new SweepLock(path, fd));
+    }
+    const int e = errno;
+    if (e != EWOULDBLOCK && e != EINTR) {
+      ::close(fd);
+      return fail("cannot lock " + project.string() + ": " + path.string() + ": " + std::strerror(e));
+    }
+    if (e == EINTR || !IsFileAt(fd, path)) {
+      ::close(fd);
+      continue;
+    }
+    // Held. The holder writes its id right after locking; give it a moment.
+    long holder = LockHolder(fd);
+    for (int k = 0; k < 20 && holder <= 0; ++k) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      holder = LockHolder(fd);
+    }
+    ::close(fd);
+    return fail(project.string() + " is being swept by " +
+                (holder > 0 ? "process " + std::to_string(holder) : std::string("another process")) +
+                " (it holds " + path.string() + "); wait for that sweep to end or stop it first");
+  }
+  return fail("cannot lock " + project.string() + ": " + path.string() + " keeps being replaced");
+}
+
+SweepLock::~SweepLock() {
+  // Remove first: whoever opens the file before we unlock finds it gone
+  // once it has the lock, and tries again on a new one.
+  ::unlink(m_Path.c_str());
+  ::close(m_Fd);
 }
 
 void PrintRangeSummary(const CFxemModalSolution& solution, std::ostream& out) {

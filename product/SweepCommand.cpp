@@ -1,10 +1,12 @@
 // Setting up, resuming and reporting sweeps.
 #include "product/SweepCommand.h"
 
+#include <signal.h>
+
 #include <atomic>
 #include <cmath>
-#include <csignal>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <ostream>
 
@@ -20,22 +22,42 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::atomic<bool> g_interrupted{false};
+// The signal that asked the running sweep to stop, 0 while none did.
+std::atomic<int> g_interrupt{0};
 
-extern "C" void OnInterrupt(int) { g_interrupted.store(true); }
+extern "C" void OnStopSignal(int signal) {
+  int none = 0;
+  g_interrupt.compare_exchange_strong(none, signal);  // the first signal names the stop
+}
 
-// Catches Ctrl-C for the length of a sweep, so the sweep stops between
-// solves with everything saved.
+// Catches SIGINT (Ctrl-C), SIGTERM and SIGHUP for the length of a sweep, so
+// that the sweep stops its solver, keeps every point solved and exits with
+// 128 + the signal's number. A signal that was ignored when we started
+// (nohup, a background job) stays ignored. No SA_RESTART: a blocking call
+// returns early and its loop looks at the flag.
 class InterruptScope {
  public:
   InterruptScope() {
-    g_interrupted.store(false);
-    previous_ = std::signal(SIGINT, OnInterrupt);
+    g_interrupt.store(0);
+    struct sigaction action {};
+    action.sa_handler = OnStopSignal;
+    sigemptyset(&action.sa_mask);
+    for (size_t k = 0; k < std::size(kSignals); ++k) {
+      installed_[k] = ::sigaction(kSignals[k], nullptr, &previous_[k]) == 0 && previous_[k].sa_handler != SIG_IGN &&
+                      ::sigaction(kSignals[k], &action, nullptr) == 0;
+    }
   }
-  ~InterruptScope() { std::signal(SIGINT, previous_); }
+  ~InterruptScope() {
+    for (size_t k = 0; k < std::size(kSignals); ++k)
+      if (installed_[k]) ::sigaction(kSignals[k], &previous_[k], nullptr);
+  }
+  InterruptScope(const InterruptScope&) = delete;
+  InterruptScope& operator=(const InterruptScope&) = delete;
 
  private:
-  void (*previous_)(int);
+  static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+  struct sigaction previous_[std::size(kSignals)] {};
+  bool installed_[std::size(kSignals)] = {};
 };
 
 // Hands out one answer solved ahead (to learn an external solver's port
@@ -70,7 +92,11 @@ std::unique_ptr<ISweepSolver> MakeSolver(const SweepSettings& settings, double t
     *why = "no built-in device \"" + label.substr(7) + "\" (there are " + names + "; see sparam devices)";
     return nullptr;
   }
-  if (label.rfind("command:", 0) == 0) return std::make_unique<ExternalSolver>(label.substr(8), timeout);
+  if (label.rfind("command:", 0) == 0) {
+    auto solver = std::make_unique<ExternalSolver>(label.substr(8), timeout);
+    solver->SetInterrupt(&g_interrupt);  // a signal ends a solve in flight, not only the loop
+    return solver;
+  }
   *why = "the sweep names no solver (\"" + label + "\")";
   return nullptr;
 }
@@ -120,6 +146,86 @@ bool ParseGuards(const SweepCommandOptions& o, SweepSettings& s, std::string* wh
   return true;
 }
 
+// The solver of stored settings, for messages: "device bandpass (noise
+// 1e-06, seed 3)", "solver \"python3 my.py\"".
+std::string SolverText(const SweepSettings& s) {
+  if (s.solver.rfind("device:", 0) == 0) {
+    std::string text = "device " + s.solver.substr(7);
+    if (s.noise > 0.0)
+      text += AString::Format(" (noise %.3g, seed %llu)", s.noise, static_cast<unsigned long long>(s.seed));
+    return text;
+  }
+  if (s.solver.rfind("command:", 0) == 0) return "solver \"" + s.solver.substr(8) + "\"";
+  return s.solver;
+}
+
+// The command line over the settings a resumed sweep stored. The goal and
+// the band are the sweep's own (its model, its ranges and its stopping rule
+// are built on them): options that would change them are refused. So is
+// another solver, or other scatter on a device's answers, unless --force:
+// one model fitted to two solvers' answers is no model of either. What
+// applies to this run only (budget, timeout, guards) is taken as given.
+bool ApplyResumeOptions(const SweepCommandOptions& o, const fs::path& path, SweepSettings& s, std::string* why) {
+  const std::string project = path.string();
+  const auto refuse = [&](const std::string& option, const std::string& reason) {
+    *why = option + ": " + reason;
+    return false;
+  };
+  if (!o.output.empty()) {
+    std::error_code ec;  // the same file, through any name or link: same device and inode
+    if (!fs::equivalent(o.output, path, ec))
+      return refuse("-o " + o.output, "a resumed sweep keeps saving to " + project +
+                                          "; leave -o out, or copy the project and resume the copy");
+  }
+  if (o.tolerance && *o.tolerance != s.tolerance)
+    return refuse("--tol " + AString::Format("%g", *o.tolerance),
+                  AString::Format("the sweep in %s has the goal %g, and a resumed sweep keeps its goal; start "
+                                  "a new sweep with -o to aim at another",
+                                  project.c_str(), s.tolerance));
+  for (const auto& [text, stored, name] : {std::tuple{&o.start, s.start, "--start"},
+                                           std::tuple{&o.stop, s.stop, "--stop"}}) {
+    if (text->empty()) continue;
+    const auto f = ParseFrequency(*text);
+    if (!f || *f <= 0.0)
+      return refuse(name, "expected a FREQUENCY above 0 (e.g. 2.5GHz), found \"" + *text + "\"");
+    if (*f != stored)
+      return refuse(std::string(name) + " " + *text,
+                    "the sweep in " + project + " covers " + FormatFrequency(s.start) + " to " +
+                        FormatFrequency(s.stop) + ", and a resumed sweep keeps its band; start a new sweep with "
+                        "-o for another band");
+  }
+  if (!o.device.empty() && !o.solver.empty()) {
+    *why = "give either --device NAME or --solver \"COMMAND\", not both";
+    return false;
+  }
+  SweepSettings wanted = s;
+  if (!o.device.empty()) wanted.solver = "device:" + o.device;
+  if (!o.solver.empty()) wanted.solver = "command:" + o.solver;
+  const bool device = wanted.solver.rfind("device:", 0) == 0;
+  if (o.noise) {
+    if (!device) return refuse("--noise", "it scatters a built-in device's answers; it needs a device");
+    if (!(*o.noise > 0.0) || !std::isfinite(*o.noise)) return refuse("--noise", "expected a finite number above 0");
+    if (!(wanted.noise > 0.0)) wanted.seed = 1;  // scatter added on resume: the seed a new sweep would use
+    wanted.noise = *o.noise;
+  }
+  if (o.seed) {
+    if (!(wanted.noise > 0.0)) return refuse("--seed", "it seeds the scatter of --noise, and this sweep has none");
+    wanted.seed = *o.seed;
+  }
+  if (!device) wanted.noise = 0.0, wanted.seed = 0;  // scatter belongs to a device, never to a command
+  if (wanted.solver == s.solver && wanted.noise == s.noise && wanted.seed == s.seed) return true;
+  if (!o.force) {
+    *why = project + " was swept with " + SolverText(s) + "; continuing it with " + SolverText(wanted) +
+           " would fit one model to two solvers' answers. Leave --device/--solver/--noise/--seed out to "
+           "continue with the project's own, or add --force";
+    return false;
+  }
+  s.solver = wanted.solver;
+  s.noise = wanted.noise;
+  s.seed = wanted.seed;
+  return true;
+}
+
 int Report(const SweepOutcome& outcome, const CFxemModalSolution& solution, const fs::path& path,
            std::ostream& out, std::ostream& err) {
   (outcome.stop == SweepOutcome::Converged ? out : err)
@@ -141,6 +247,10 @@ int RunSweepCommand(const SweepCommandOptions& o, std::ostream& out, std::ostrea
     err << "sparam sweep: " << why << "\n";
     return 1;
   };
+  // First made, last gone: the solver is stopped and the lock released
+  // while the signals still only set the flag.
+  InterruptScope scope;
+  std::unique_ptr<SweepLock> lock;
   std::string why;
   std::unique_ptr<CProject> project;
   SweepSettings settings;
@@ -151,12 +261,18 @@ int RunSweepCommand(const SweepCommandOptions& o, std::ostream& out, std::ostrea
 
   if (!o.resume.empty()) {
     path = o.resume;
+    // Locked before it is read, so that what is read is what no one else
+    // will write.
+    if (!(lock = SweepLock::Acquire(path, &why))) return fail(why);
     AString error;
     project = CProject::Load(path, &error);
     if (!project) return fail(error);
     if (!FindSweep(*project, settings, solution, &why)) return fail(path.string() + ": " + why);
-    if (!o.device.empty()) settings.solver = "device:" + o.device;
-    if (!o.solver.empty()) settings.solver = "command:" + o.solver;
+    const std::string stored = SolverText(settings);
+    if (!ApplyResumeOptions(o, path, settings, &why)) return fail(why);
+    if (SolverText(settings) != stored)
+      err << "sparam sweep: --force: continuing " << path.string() << " with " << SolverText(settings)
+          << "; it was swept with " << stored << ", which the project keeps naming\n";
     if (o.maxSolves > 0) settings.maxSolves = o.maxSolves;
     if (!ParseGuards(o, settings, &why)) return fail(why);
     solution->GetInterpolator()->SetGuards(settings.minSolves, settings.maxStep);
@@ -165,21 +281,28 @@ int RunSweepCommand(const SweepCommandOptions& o, std::ostream& out, std::ostrea
   } else {
     if (o.device.empty() == o.solver.empty()) return fail("give either --device NAME or --solver \"COMMAND\"");
     if (o.output.empty()) return fail("-o PROJECT is needed");
+    if (o.force) return fail("--force lets --resume continue a sweep with another solver; a new sweep needs none");
+    const double tolerance = o.tolerance.value_or(1e-3);
+    if (!(tolerance > 0.0)) return fail("--tol must be above 0");
+    settings.solver = o.device.empty() ? "command:" + o.solver : "device:" + o.device;
+    if (o.noise) {
+      if (o.device.empty()) return fail("--noise scatters a built-in device's answers; it needs --device");
+      if (!(*o.noise > 0.0) || !std::isfinite(*o.noise)) return fail("--noise must be a finite number above 0");
+      settings.noise = *o.noise;
+      settings.seed = o.seed.value_or(1);
+    } else if (o.seed) {
+      return fail("--seed seeds the scatter of --noise; give --noise too");
+    }
+    settings.tolerance = tolerance;
+    settings.maxSolves = o.maxSolves > 0 ? o.maxSolves : 100;
     path = o.output;
+    // Locked before the existence check, so that two sweeps started at once
+    // on one name cannot both find it free.
+    if (!(lock = SweepLock::Acquire(path, &why))) return fail(why);
     if (fs::exists(path)) {
       return fail(path.string() + " exists; continue it with --resume " + path.string() +
                   " or choose another name");
     }
-    if (!(o.tolerance > 0.0)) return fail("--tol must be above 0");
-    settings.solver = o.device.empty() ? "command:" + o.solver : "device:" + o.device;
-    if (o.noise != 0.0) {
-      if (o.device.empty()) return fail("--noise scatters a built-in device's answers; it needs --device");
-      if (!(o.noise > 0.0) || !std::isfinite(o.noise)) return fail("--noise must be a finite number above 0");
-      settings.noise = o.noise;
-      settings.seed = o.seed;
-    }
-    settings.tolerance = o.tolerance;
-    settings.maxSolves = o.maxSolves > 0 ? o.maxSolves : 100;
     solver = MakeSolver(settings, o.solveTimeout, &why);
     if (!solver) return fail(why);
     const auto* device = o.device.empty() ? nullptr : &static_cast<DeviceSolver&>(*solver).GetDevice();
@@ -190,7 +313,17 @@ int RunSweepCommand(const SweepCommandOptions& o, std::ostream& out, std::ostrea
       // An external solver tells its port count with its first answer: the
       // top of the band, which the sweep asks for first anyway.
       SolvedPoint answer;
-      if (!solver->Solve(settings.stop, settings.stop * 1e-12, answer, &why)) return fail(why);
+      if (!solver->Solve(settings.stop, settings.stop * 1e-12, answer, &why)) {
+        if (const int signal = g_interrupt.load()) {
+          err << "sweep stopped: " << InterruptedBy(signal) << " before the solver's first answer; nothing was "
+              << "solved, so " << path.string() << " was not written\n";
+          SweepOutcome stopped;
+          stopped.stop = SweepOutcome::Interrupted;
+          stopped.signal = signal;
+          return ExitStatus(stopped);
+        }
+        return fail(why);
+      }
       first = std::make_unique<FirstAnswer>(*solver, std::move(answer));
       ports = first->GetNumPorts();
     }
@@ -206,8 +339,7 @@ int RunSweepCommand(const SweepCommandOptions& o, std::ostream& out, std::ostrea
   err << "sweeping " << used.Describe() << " from " << FormatFrequency(settings.start) << " to "
       << FormatFrequency(settings.stop) << ", goal " << AString::Format("%.2g", settings.tolerance)
       << ", at most " << settings.maxSolves << " solves\n";
-  InterruptScope scope;
-  const SweepOutcome outcome = RunSweep(*project, *solution, settings, path, used, err, &g_interrupted);
+  const SweepOutcome outcome = RunSweep(*project, *solution, settings, path, used, err, &g_interrupt);
   return Report(outcome, *solution, path, out, err);
 }
 

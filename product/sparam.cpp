@@ -148,7 +148,8 @@ int main(int argc, char** argv) {
   CLI::App* convertCommand = app.add_subcommand(
       "convert", "Convert network data between project (.ndp), Touchstone (.sNp, .ts), Citifile "
                  "(.cit), spreadsheet (.tab), MATLAB (.m) and Supercompact (.sc) files, by "
-                 "extension; port impedances are kept unless --renorm is given");
+                 "extension; port impedances are kept unless --renorm is given. OUTPUT must not be INPUT "
+                 "itself (nor the same file through a link)");
   convertCommand->add_option("INPUT", cv.input, "file to read (.ndp, .sNp, .ts, .cit)")->required();
   convertCommand->add_option("OUTPUT", cv.output, "file to write")->required();
   AddWriterOptions(convertCommand, cv);
@@ -160,7 +161,8 @@ int main(int argc, char** argv) {
       "Interpolate a solution: with --freq, write it read at those frequencies (a project, or "
       "Touchstone/MATLAB/Supercompact by OUTPUT's extension) with an error estimate per "
       "interpolated point; without, write the project with the solution switched to the method "
-      "(bri stores its weights)");
+      "(bri stores its weights). The output must not be PROJECT itself (nor the same file through a "
+      "link)");
   interpCommand->add_option("PROJECT", interp.project, "project file (.ndp)")->required();
   interpCommand->add_option("-o,--output", interp.output, "file to write")->required();
   interpCommand->add_option("--method", interp.method,
@@ -181,18 +183,28 @@ int main(int argc, char** argv) {
       "rational model of the data asks for, until its estimated error meets --tol everywhere in "
       "the band; every point is saved to the project as it arrives, and --resume continues a sweep "
       "that stopped.\n"
+      "One sweep at a time: the project is locked (PROJECT.lock beside it) while a sweep runs, and "
+      "another sweep or --resume of it is refused, naming the process that holds it; the lock of a "
+      "process that has ended never blocks.\n"
+      "--resume continues with the solver, goal and band stored in the project: --tol, --start, "
+      "--stop or -o that differ from them are refused, and so are another --device or --solver, or "
+      "other --noise or --seed, unless --force is given. --max-solves, --solve-timeout and the guards "
+      "apply to the resumed run.\n"
+      "Ctrl-C (SIGINT), SIGTERM and SIGHUP stop the sweep within a second, even in the middle of a "
+      "solve: the solver's process group is ended, every point solved is kept, and --resume "
+      "continues.\n"
       "Exit status: 0 the goal is met on every range; 1 the sweep failed (solver, saving, a "
-      "repeated proposal; the reason is printed); 2 usage error; 3 the solve budget was spent "
-      "first; 4 the solver's data scatter too much for the goal (the scatter and the accuracy "
-      "reached per range are printed); 130 interrupted with Ctrl-C. Every status but 2 leaves "
-      "each solved point in the project.");
+      "repeated proposal; the reason is printed) or was refused (locked project, options a resume "
+      "cannot honour); 2 usage error; 3 the solve budget was spent first; 4 the solver's data "
+      "scatter too much for the goal (the scatter and the accuracy reached per range are printed); "
+      "130 interrupted by SIGINT, 143 by SIGTERM, 129 by SIGHUP. Every status but 2 leaves each "
+      "solved point in the project.");
   sweepCommand->add_option("--device", sweep.device, "built-in device to solve (see sparam devices)");
   sweepCommand->add_option("--solver", sweep.solver,
                            "command of a solver process speaking docs/solver-protocol.md");
   sweepCommand->add_option("--start", sweep.start, "lowest frequency, e.g. 1GHz (default: the device's band)");
   sweepCommand->add_option("--stop", sweep.stop, "highest frequency (default: the device's band)");
-  sweepCommand->add_option("--tol", sweep.tolerance, "largest error allowed in any S entry")
-      ->default_val(1e-3);
+  sweepCommand->add_option("--tol", sweep.tolerance, "largest error allowed in any S entry (default 1e-3)");
   sweepCommand->add_option("--max-solves", sweep.maxSolves, "solve budget (default 100)")
       ->check(CLI::PositiveNumber);
   sweepCommand->add_option("--min-solves", sweep.minSolves,
@@ -207,13 +219,16 @@ int main(int argc, char** argv) {
                            "with --device: add Gaussian scatter of this size to each part of every S "
                            "entry, as an iterative field solver's answers scatter (for trying the "
                            "sweep on realistic data)");
-  sweepCommand->add_option("--seed", sweep.seed, "seed of that scatter (the same seed gives the same answers)")
-      ->default_val(1);
+  sweepCommand->add_option("--seed", sweep.seed,
+                           "seed of that scatter (default 1; the same seed gives the same answers)");
   sweepCommand->add_option("--solve-timeout", sweep.solveTimeout,
                            "seconds an external solver may take per frequency")
       ->default_val(300)->check(CLI::PositiveNumber);
   sweepCommand->add_option("-o,--output", sweep.output, "project file to create (.ndp)");
   sweepCommand->add_option("--resume", sweep.resume, "project of a sweep to continue");
+  sweepCommand->add_flag("--force", sweep.force,
+                         "with --resume: continue with the --device, --solver, --noise or --seed given even "
+                         "though the project was swept with another");
   sweepCommand->callback([&] { status = sparam::RunSweepCommand(sweep, std::cout, std::cerr); });
 
   CLI::App* devicesCommand =

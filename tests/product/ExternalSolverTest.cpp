@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -228,6 +229,36 @@ TEST_F(ExternalSolverTest, NoProcessOutlivesTheSolver) {
     EXPECT_TRUE(Gone(leader));
     EXPECT_TRUE(Gone(child));
     EXPECT_EQ(::kill(leader, 0), -1);  // reaped, not a zombie of ours
+  }
+}
+
+// An interrupt that comes while the solver is busy ends the solve at once
+// and the solver's whole process group with it, even one that ignores
+// SIGTERM; the solve says why, and so does every later one.
+TEST_F(ExternalSolverTest, AnInterruptEndsASolveInFlightAndTheSolver) {
+  for (const bool ignoresTerm : {false, true}) {
+    SCOPED_TRACE(ignoresTerm ? "ignores SIGTERM" : "default SIGTERM");
+    ExternalSolver solver(Script(std::string(ignoresTerm ? "trap '' TERM\n" : "") +
+                                 "read f; sleep 30 &\necho $! > \"$(dirname \"$0\")/child\"\nwait $!\n"),
+                          60.0);
+    std::atomic<int> interrupt{0};
+    solver.SetInterrupt(&interrupt);
+    std::thread user([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+      interrupt.store(SIGINT);
+    });
+    SolvedPoint p;
+    std::string why;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(solver.Solve(1.5e9, 0.0, p, &why));
+    const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    user.join();
+    EXPECT_EQ(why, "interrupted while solving 1.5 GHz");
+    EXPECT_LT(took, 1.0);  // 0.2 s until the interrupt, then at most 0.5 s of SIGTERM grace
+    EXPECT_EQ(solver.GetPid(), -1);
+    EXPECT_TRUE(Gone(std::stoi(Read("child"))));
+    EXPECT_FALSE(solver.Solve(2e9, 0.0, p, &why));
+    EXPECT_EQ(why, "interrupted while solving 1.5 GHz");
   }
 }
 

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <csignal>
 #include <sstream>
 
 #include "product/Sweep.h"
@@ -120,6 +122,37 @@ TEST_F(Sweep, CrashThenResumeEndsLikeAnUninterruptedSweep) {
   const sparam::SweepOutcome spent = Run(*small, solver);
   EXPECT_EQ(spent.stop, sparam::SweepOutcome::BudgetSpent);
   EXPECT_EQ(Sequence(path).size(), 5u);
+}
+
+// A solve that fails because a signal came is the user's stop, not the
+// solver's failure: its status is 128 + the signal, and what was solved
+// before stays in the project.
+TEST_F(Sweep, ASolveEndedByASignalIsAnInterruptNotAFailure) {
+  class SignalledSolver : public FilterSolver {
+   public:
+    explicit SignalledSolver(std::atomic<int>& flag) : FilterSolver(4), flag_(flag) {}
+    bool Solve(double f, double tolerance, SolvedPoint& out, std::string* why) override {
+      const bool solved = FilterSolver::Solve(f, tolerance, out, why);
+      if (!solved) flag_.store(SIGTERM);  // the signal arrives while the fifth solve runs
+      return solved;
+    }
+
+   private:
+    std::atomic<int>& flag_;
+  };
+  auto project = sparam::NewSweepProject(settings, 2);
+  sparam::SweepSettings stored;
+  CFxemModalSolution* solution = nullptr;
+  ASSERT_TRUE(sparam::FindSweep(*project, stored, solution, nullptr));
+  std::atomic<int> flag{0};
+  SignalledSolver solver(flag);
+  std::ostringstream progress;
+  const sparam::SweepOutcome outcome = sparam::RunSweep(*project, *solution, stored, path, solver, progress, &flag);
+  EXPECT_EQ(outcome.stop, sparam::SweepOutcome::Interrupted) << outcome.message;
+  EXPECT_EQ(outcome.signal, SIGTERM);
+  EXPECT_EQ(sparam::ExitStatus(outcome), 143);
+  EXPECT_EQ(outcome.message, "interrupted by SIGTERM; every point solved so far is saved");
+  EXPECT_EQ(Sequence(path).size(), 4u);
 }
 
 }  // namespace
