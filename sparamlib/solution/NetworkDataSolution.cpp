@@ -3,8 +3,10 @@
 #include "sparamlib/solution/NetworkDataSolution.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "core/Assert.h"
+#include "sparamlib/data/NetworkModalData.h"
 #include "sparamlib/fit/InterpolateBRI.h"
 #include "sparamlib/solution/InterpolateVisitor.h"
 
@@ -317,14 +319,50 @@ int CNetworkDataSolution::ReadEntries(const io::CBlock& ports) {
   return io::kReadOk;
 }
 
+namespace {
+
+// Every stored S, Y and Z entry and port vector is a finite number: data
+// with NaN or infinity cannot be converted, interpolated or exported.
+bool FiniteMatrices(CNetworkData& point) {
+  auto finite = [](const AComplex<double>* v, int count) {
+    for (int k = 0; k < count; ++k)
+      if (!std::isfinite(v[k].re) || !std::isfinite(v[k].im)) return false;
+    return true;
+  };
+  for (const TNT::CMatrix* m : {point.GetSMatrix(false), point.GetYMatrix(false), point.GetZMatrix(false)})
+    if (m && !finite(m->data(), m->size())) return false;
+  if (auto* modal = dynamic_cast<CNetworkModalData*>(&point)) {
+    for (const TNT::CVector* v : {modal->GetPortImpedance(), modal->GetGamma()})
+      if (v && !finite(v->data(), v->size())) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 int CNetworkDataSolution::ReadPoints(const io::CBlock& block, bool interpolated) {
   for (size_t k = 0; k < block.GetNumItems(); ++k) {
     const io::CBlock* sub = block.GetItem(k).GetBlock();
     if (!sub) continue;
+    // A point without a usable frequency cannot be placed: a NaN key would
+    // swallow every later point as its duplicate, a damaged one would move
+    // the point silently.
+    const long at = sub->FindItem("Frequency");
+    if (at < 0) return sub->ReportReadError(io::kReadBadValue, -1, "a data point needs its \"Frequency\"");
     std::unique_ptr<CNetworkData> point = CreateNetworkData();
     point->SetOwner(this);
     const int result = point->ReadFromBlock(*sub);
     if (!io::IsReadOk(result)) return result;
+    if (!std::isfinite(point->GetFrequency()) || point->GetFrequency() < 0.0) {
+      return sub->ReportReadError(io::kReadBadValue, at,
+                                  AString::Format("expected a finite frequency of 0 Hz or more, found %g",
+                                                  point->GetFrequency()));
+    }
+    if (!FiniteMatrices(*point)) {
+      return sub->ReportReadError(io::kReadBadValue, -1,
+                                  AString::Format("the data point at %.17g Hz holds a value that is not finite",
+                                                  point->GetFrequency()));
+    }
     if (interpolated) {
       const double f = point->GetFrequency();
       m_InterpolatedMap.try_emplace(f, std::move(point));

@@ -196,3 +196,27 @@ TEST(TimeDataSolution, OwnItemsPrecedeTheBaseAndAnUnsetTypeSurvives) {
     EXPECT_EQ(t.GetTimeDataType(), type) << text;
   }
 }
+
+TEST(NetworkDataSolutionStorage, PointsWithoutAUsableFrequencyOrWithNonFiniteDataAbort) {
+  const std::string ports = "Ports {\n  Port { MatrixIndex = 0 } Port\n} Ports\n";
+  const std::string good = "  DataPoint { Frequency = 1e9\n    SMatrix { m = 1\n n = 1\n r0 { c = [0.5, 0.1] } r0 } SMatrix } DataPoint\n";
+  struct Case {
+    std::string point, message;
+  };
+  for (const Case& c : {
+           Case{"  DataPoint { Frequency = nan } DataPoint\n",
+                "solution.ndp:9:15: in block \"DataPoint\": expected a finite frequency of 0 Hz or more, found nan"},
+           Case{"  DataPoint { Frequency = -inf } DataPoint\n", "found -inf"},
+           Case{"  DataPoint { DataType = ExactPoint } DataPoint\n", "a data point needs its \"Frequency\""},
+           Case{"  DataPoint { Frequency = 2e9\n    SMatrix { m = 1\n n = 1\n r0 { c = [nan, 0.1] } r0 } SMatrix } "
+                "DataPoint\n",
+                "the data point at 2000000000 Hz holds a value that is not finite"},
+       }) {
+    // The bad point comes second: before, a NaN key swallowed every later
+    // point as its duplicate, and a lookup could return it.
+    io::CBlock block = Parse(ports + "Frequencies {\n" + good + c.point + "} Frequencies\n");
+    CNetworkModalSolution s;
+    EXPECT_EQ(s.Read(block), io::kReadBadValue) << c.point;
+    EXPECT_NE(block.GetReadError().find(c.message), std::string::npos) << block.GetReadError();
+  }
+}
