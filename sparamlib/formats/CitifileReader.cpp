@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -285,6 +287,19 @@ class CCitifileParser : public CLineParser {
     int n = 0;
     for (const ArrayName& a : m_Arrays)
       if (a.role == ArrayName::kMatrix) n = std::max({n, a.i + 1, a.j + 1});
+    // Every element needs an array of its own, so a port count beyond what
+    // the arrays can fill is refused before n x n of anything is allocated.
+    std::set<std::uint64_t> present;
+    for (const ArrayName& a : m_Arrays)
+      if (a.role == ArrayName::kMatrix) present.insert(static_cast<std::uint64_t>(a.i) * n + a.j);
+    if (static_cast<std::uint64_t>(n) * static_cast<std::uint64_t>(n) > present.size()) {
+      std::uint64_t k = 0;
+      while (present.count(k)) ++k;  // at most present.size() steps
+      Fail(0, AString::Format("expected DATA %c[%llu,%llu]: every element of the %d-port matrix", *m_Kind,
+                              static_cast<unsigned long long>(k / n + 1), static_cast<unsigned long long>(k % n + 1),
+                              n));
+      return nullptr;
+    }
     std::vector<int> element(static_cast<size_t>(n * n), -1), impedance(static_cast<size_t>(n), -1),
         gamma(static_cast<size_t>(n), -1);
     for (size_t k = 0; k < m_Arrays.size(); ++k) {

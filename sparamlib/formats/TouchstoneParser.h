@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,6 +31,8 @@ namespace nd {
 class CTouchstoneParser : public CLineParser {
  public:
   CTouchstoneParser(std::string name, TouchstoneHeader& header);
+  // The size of the whole input, when it is known.
+  void SetInputBytes(std::uint64_t bytes) { m_InputBytes = bytes; }
 
   // Returns the solution, or null with the first error in `error`.
   std::unique_ptr<CNetworkModalSolution> Run(CLineReader& lines, std::string* error);
@@ -105,6 +108,9 @@ class CTouchstoneParser : public CLineParser {
   TouchstoneHeader& m_Header;
   std::unique_ptr<CNetworkModalSolution> m_Solution;
   int m_NamedPorts = -1;
+  // Bytes of the whole input (the file's size where it has one): a port
+  // count is believed only as far as the input can hold one record.
+  std::uint64_t m_InputBytes = UINT64_MAX;
   bool m_Ended = false;
 
   Stage m_Stage = kHeader;

@@ -140,7 +140,10 @@ std::unique_ptr<CNetworkModalSolution> ReadTouchstoneFile(const std::filesystem:
   TouchstoneHeader local;
   TouchstoneHeader& h = header ? *header : local;
   h = TouchstoneHeader();
-  return CTouchstoneParser(path.string(), h).Run(lines, error);
+  CTouchstoneParser parser(path.string(), h);
+  std::error_code ec;
+  if (std::filesystem::is_regular_file(path, ec)) parser.SetInputBytes(std::filesystem::file_size(path, ec));
+  return parser.Run(lines, error);
 }
 
 std::unique_ptr<CNetworkModalSolution> ReadTouchstoneText(std::string_view text,
@@ -151,7 +154,9 @@ std::unique_ptr<CNetworkModalSolution> ReadTouchstoneText(std::string_view text,
   TouchstoneHeader local;
   TouchstoneHeader& h = header ? *header : local;
   h = TouchstoneHeader();
-  return CTouchstoneParser(name, h).Run(lines, error);
+  CTouchstoneParser parser(name, h);
+  parser.SetInputBytes(text.size());
+  return parser.Run(lines, error);
 }
 
 }  // namespace nd

@@ -3,6 +3,7 @@
 // file holds, its port impedances.
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,18 @@ bool CTouchstoneParser::Prepare(size_t column) {
   if ((m_Header.parameter == 'H' || m_Header.parameter == 'G') && n != 2) {
     Fail(column, std::string(1, m_Header.parameter) + "-parameters exist for 2-ports only; this file has " +
                      std::to_string(n) + " ports");
+    return false;
+  }
+  // One record holds two numbers per pair, each at least a digit and a
+  // separator: a port count whose pairs outnumber the bytes of the whole
+  // input is not believed, before anything of its size is allocated (what
+  // is allocated stays a small multiple of the input).
+  const std::uint64_t pairs = m_Header.matrixFormat == TouchstoneHeader::kFull
+                                  ? static_cast<std::uint64_t>(n) * static_cast<std::uint64_t>(n)
+                                  : static_cast<std::uint64_t>(n) * (static_cast<std::uint64_t>(n) + 1) / 2;
+  if (pairs > m_InputBytes) {
+    Fail(column, "expected " + std::to_string(pairs) + " value pairs per frequency for " + std::to_string(n) +
+                     " ports, but the whole input is " + std::to_string(m_InputBytes) + " bytes");
     return false;
   }
   if (m_Header.reference.empty()) {
@@ -166,6 +179,19 @@ void CTouchstoneParser::RowTooLong(const Token& token) {
 // Turns the gathered numbers into the point's matrix.
 void CTouchstoneParser::EndRecord() {
   const int n = m_Header.ports;
+  // nan and inf parse as numbers but are no data: x * 0 is 0 for every
+  // finite x and NaN otherwise, one sum checks the record without a branch
+  // per value.
+  double poison = 0.0;
+  for (double x : m_Values) poison += x * 0.0;
+  if (poison != 0.0 || std::isnan(poison)) {
+    size_t bad = 0;
+    while (bad < m_Values.size() && std::isfinite(m_Values[bad])) ++bad;
+    Fail(0, "expected finite numbers in the record for frequency " + FrequencyText(m_Frequency) + " (line " +
+                std::to_string(m_RecordLine) + "), found " + std::to_string(m_Values[bad]) + " as its value " +
+                std::to_string(bad + 2));
+    return;
+  }
   auto point = std::make_unique<CNetworkModalData>(m_Solution.get(), m_Frequency * m_Header.hertzPerUnit,
                                                    CNetworkData::ExactPoint);
   auto m = std::make_unique<CMatrix>(n, n);

@@ -79,6 +79,9 @@ TEST(Citifile, ReadsSegmentsAndMagnitudesAtFiftyOhms) {
 }
 
 const std::pair<const char*, const char*> kBadCitifiles[] = {
+    // One array for a 100000-port matrix: refused before 10^10 of anything exists.
+    {"CITIFILE A.01.00\nVAR FREQ MAG 1\nDATA S[100000,100000] RI\nVAR_LIST_BEGIN\n1e9\nVAR_LIST_END\nBEGIN\n0.5,0\nEND\n",
+     "b.cit:10:1: expected DATA S[1,1]: every element of the 100000-port matrix"},
     {"VAR FREQ MAG 1\n", "b.cit:1:1: expected CITIFILE and a version in the first line, found \"VAR FREQ MAG 1\""},
     {"CITIFILE A.01.00\nVAR TIME MAG 1\n", "b.cit:2:5: expected VAR FREQ MAG and the number of frequencies, found \"TIME MAG 1\""},
     {"CITIFILE A.01.00\nVAR FREQ MAG 1\nDATA E[1] RI\n",

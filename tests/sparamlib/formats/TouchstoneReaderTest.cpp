@@ -236,6 +236,16 @@ const BadCase kBad[] = {
     {"a.s1p", "# GHz S MA\n", "a.s1p:2:1: expected network data, found none"},
     {"a.s1p", "# GHz S MA\n1 0.5 abc\n", "a.s1p:2:7: expected a number, found \"abc\""},
     {"a.s1p", "# GHz S MA\n1 0.5 1e999\n", "a.s1p:2:7: expected a number, found \"1e999\""},
+    // nan and inf are numbers to the scanner but not data.
+    {"a.s1p", "# Hz S RI R 50\n1e9 nan 0\n2e9 0.5 0\n",
+     "a.s1p:2:1: expected finite numbers in the record for frequency 1000000000 (line 2), found nan as its value 2"},
+    {"a.s2p", "# Hz S MA R 50\n1e9 0.5 0 0.5 0 0.5 -inf 0.5 0\n",
+     "a.s2p:2:1: expected finite numbers in the record for frequency 1000000000 (line 2), found -inf as its value 7"},
+    // A port count the file cannot hold fails before anything of its size exists.
+    {"x.s99999p", "# Hz S RI R 50\n1e9 0.5 0 0 0 0 0 0.5 0\n",
+     "x.s99999p:2:1: expected 9999800001 value pairs per frequency for 99999 ports, but the whole input is 39 bytes"},
+    {"a.ts", "[Version] 2.0\n# Hz S RI R 50\n[Number of Ports] 100000\n[Number of Frequencies] 1\n[Network Data]\n1e9 0.5 0\n",
+     "a.ts:5:1: expected 10000000000 value pairs per frequency for 100000 ports, but the whole input is 105 bytes"},
     {"a.s2p", "# GHz S MA\n1 0 0 0 0 0 0 0\n",
      "a.s2p:2:16: expected 9 values on the line of a 2-port record (the frequency and 4 pairs), found 8"},
     {"a.s1p", "# GHz S MA\n1 0 0\n1 0 0\n", "a.s1p:3:1: expected frequencies in increasing order, found \"1\" after 1"},
