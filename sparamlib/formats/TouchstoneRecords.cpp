@@ -179,19 +179,6 @@ void CTouchstoneParser::RowTooLong(const Token& token) {
 // Turns the gathered numbers into the point's matrix.
 void CTouchstoneParser::EndRecord() {
   const int n = m_Header.ports;
-  // nan and inf parse as numbers but are no data: x * 0 is 0 for every
-  // finite x and NaN otherwise, one sum checks the record without a branch
-  // per value.
-  double poison = 0.0;
-  for (double x : m_Values) poison += x * 0.0;
-  if (poison != 0.0 || std::isnan(poison)) {
-    size_t bad = 0;
-    while (bad < m_Values.size() && std::isfinite(m_Values[bad])) ++bad;
-    Fail(0, "expected finite numbers in the record for frequency " + FrequencyText(m_Frequency) + " (line " +
-                std::to_string(m_RecordLine) + "), found " + std::to_string(m_Values[bad]) + " as its value " +
-                std::to_string(bad + 2));
-    return;
-  }
   auto point = std::make_unique<CNetworkModalData>(m_Solution.get(), m_Frequency * m_Header.hertzPerUnit,
                                                    CNetworkData::ExactPoint);
   auto m = std::make_unique<CMatrix>(n, n);
@@ -205,12 +192,27 @@ void CTouchstoneParser::EndRecord() {
     const double* s = m_Sin.data();
     Convert(data, [v, c, s](size_t k) { return Complex(v[2 * k] * c[k], v[2 * k] * s[k]); });
   }
+  // nan and inf parse as numbers but are no data (a magnitude of -inf dB,
+  // which some writers use for an exact zero, is the value 0 and fine):
+  // x * 0 is 0 for every finite x and NaN otherwise, so one sum checks the
+  // record without a branch per value.
+  double poison = 0.0;
+  for (int k = 0; k < m->size(); ++k) poison += data[k].re * 0.0 + data[k].im * 0.0;
+  m_InRecord = false;
+  m_RecordDone = false;
+  if (std::isnan(poison)) {
+    size_t bad = 0;
+    while (bad < m_Values.size() && std::isfinite(m_Values[bad])) ++bad;
+    Fail(0, "expected finite numbers in the record for frequency " + FrequencyText(m_Frequency) + " (line " +
+                std::to_string(m_RecordLine) + "), found " +
+                (bad < m_Values.size() ? std::to_string(m_Values[bad]) + " as its value " + std::to_string(bad + 2)
+                                       : std::string("a value that is not finite")));
+    return;
+  }
   Store(*point, std::move(m));
   m_Pending = std::move(point);
   m_LastFrequency = m_Frequency;
   ++m_Records;
-  m_InRecord = false;
-  m_RecordDone = false;
 }
 
 // Cosine and sine of every angle of the record, and dB turned into

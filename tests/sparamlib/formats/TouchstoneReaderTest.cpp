@@ -128,6 +128,8 @@ const SyntaxCase kSyntax[] = {
      {75}},
     {"dB, comments after data, tabs, CRLF", "a.s1p", "# Hz S DB\r\n\t10 -6.020599913279624\t180 ! x\r\n20 0 0\r\n", 1,
      {10, 20}, 'S', 0, 0, {-0.5, 0}, {50}},
+    {"-inf dB is an exact zero, as scikit-rf writes it", "a.s1p", "# Hz S DB\n10 -inf 0\n", 1, {10}, 'S', 0, 0, {0, 0},
+     {50}},
     {"version 1 two-port order 11 21 12 22", "a.s2p", "# kHz S RI\n1 1 0 2 0 3 0 4 0\n", 2, {1e3}, 'S', 1, 0, {2, 0},
      {50, 50}},
     {"three-port: a row per line", "a.s3p",
@@ -236,7 +238,7 @@ const BadCase kBad[] = {
     {"a.s1p", "# GHz S MA\n", "a.s1p:2:1: expected network data, found none"},
     {"a.s1p", "# GHz S MA\n1 0.5 abc\n", "a.s1p:2:7: expected a number, found \"abc\""},
     {"a.s1p", "# GHz S MA\n1 0.5 1e999\n", "a.s1p:2:7: expected a number, found \"1e999\""},
-    // nan and inf are numbers to the scanner but not data.
+    // nan and inf are numbers to the scanner but not data (-inf dB is an exact 0: see ReadsEachSyntax).
     {"a.s1p", "# Hz S RI R 50\n1e9 nan 0\n2e9 0.5 0\n",
      "a.s1p:2:1: expected finite numbers in the record for frequency 1000000000 (line 2), found nan as its value 2"},
     {"a.s2p", "# Hz S MA R 50\n1e9 0.5 0 0.5 0 0.5 -inf 0.5 0\n",
