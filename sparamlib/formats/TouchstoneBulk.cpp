@@ -80,8 +80,10 @@ inline bool CTouchstoneParser::TakeLine(const char*& p, const char* end, long li
     const char* const first = firsts[k];
     const auto length = static_cast<size_t>(lasts[k] - first);
     double v;
+    // A short decimal is always finite; nan and inf come only from the
+    // general parser and go to the line-by-line path, which judges them.
     if (!(end - first >= kTokenReach && ShortDecimal(first, static_cast<int>(length), v)) &&
-        !ParseNumber(std::string_view(first, length), v))
+        (!ParseNumber(std::string_view(first, length), v) || !std::isfinite(v)))
       return false;
     if (starts && k == 0) {
       frequency = v;

@@ -111,6 +111,8 @@ class CTouchstoneParser : public CLineParser {
   // Bytes of the whole input (the file's size where it has one): a port
   // count is believed only as far as the input can hold one record.
   std::uint64_t m_InputBytes = UINT64_MAX;
+  // The record being read holds a nan or inf token.
+  bool m_NonFiniteToken = false;
   bool m_Ended = false;
 
   Stage m_Stage = kHeader;

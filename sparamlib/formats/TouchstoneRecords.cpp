@@ -114,6 +114,7 @@ void CTouchstoneParser::DataLine(std::string_view content, size_t start) {
       RowTooLong(token);
       return false;
     }
+    if (!std::isfinite(v)) m_NonFiniteToken = true;
     m_Values[m_Count++] = v;
     if (++m_InRow == m_RowPairs[m_Row] * 2) {
       m_InRow = 0;
@@ -192,15 +193,17 @@ void CTouchstoneParser::EndRecord() {
     const double* s = m_Sin.data();
     Convert(data, [v, c, s](size_t k) { return Complex(v[2 * k] * c[k], v[2 * k] * s[k]); });
   }
-  // nan and inf parse as numbers but are no data (a magnitude of -inf dB,
-  // which some writers use for an exact zero, is the value 0 and fine):
-  // x * 0 is 0 for every finite x and NaN otherwise, so one sum checks the
-  // record without a branch per value.
-  double poison = 0.0;
-  for (int k = 0; k < m->size(); ++k) poison += data[k].re * 0.0 + data[k].im * 0.0;
+  // nan and inf parse as numbers but are no data; a magnitude of -inf dB,
+  // which some writers use for an exact zero, is the value 0 and fine. Only
+  // records that held such a token are looked at.
+  bool notFinite = false;
+  if (m_NonFiniteToken) {
+    for (int k = 0; k < m->size(); ++k) notFinite |= !std::isfinite(data[k].re) || !std::isfinite(data[k].im);
+    m_NonFiniteToken = false;
+  }
   m_InRecord = false;
   m_RecordDone = false;
-  if (std::isnan(poison)) {
+  if (notFinite) {
     size_t bad = 0;
     while (bad < m_Values.size() && std::isfinite(m_Values[bad])) ++bad;
     Fail(0, "expected finite numbers in the record for frequency " + FrequencyText(m_Frequency) + " (line " +
