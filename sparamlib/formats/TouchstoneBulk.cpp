@@ -25,7 +25,7 @@ size_t CTouchstoneParser::Lines(std::string_view text, long firstLine, long& lin
   const char* const begin = text.data();
   const char* const end = begin + text.size();
   const char* p = begin;
-  while (p != end && !m_Failed && TakeLine(p, end, firstLine + lines)) ++lines;
+  while (p != end && TakeLine(p, end, firstLine + lines)) ++lines;
   return static_cast<size_t>(p - begin);
 }
 
