@@ -3,6 +3,7 @@
 #include "core/BlockText.h"
 
 #include "core/Assert.h"
+#include "core/OutputFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -721,20 +722,6 @@ bool ReadWholeFile(const std::filesystem::path& path, std::unique_ptr<char[]>& d
   return true;
 }
 
-bool WriteAll(int fd, const char* data, size_t size) {
-  while (size > 0) {
-    const ssize_t n = ::write(fd, data, size);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    data += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
-}
-
-std::atomic<unsigned> g_tempCounter{0};
 
 }  // namespace
 
@@ -869,75 +856,25 @@ bool WriteBlockFile(const std::filesystem::path& path, const CBlock& root, AStri
     return false;
   }
 
-  const auto fail = [&](const char* step, int err) {
-    if (error) *error = AString("cannot save \"" + path.string() + "\": " + step + ": " + ErrnoText(err));
+  // The text goes out piece by piece into a temporary that replaces the
+  // file only when all of it is on disk (links followed, permissions kept).
+  io::COutputFile file;
+  std::string why;
+  const auto fail = [&] {
+    if (error) *error = AString("cannot save \"" + path.string() + "\": " + why);
     return false;
   };
-  // Saving through a symbolic link updates the file it points to; renaming
-  // over the link itself would silently cut it.
-  std::filesystem::path real = path;
-  std::error_code ec;
-  if (std::filesystem::is_symlink(path, ec)) {
-    std::filesystem::path resolved = std::filesystem::canonical(path, ec);
-    if (!ec) real = std::move(resolved);
-  }
-  const std::string target = real.string();
-
-  // Same directory as the target, so the final rename cannot cross file systems.
-  std::string temp;
-  int fd = -1;
-  for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
-    temp = target + ".tmp";
-    AppendInteger(temp, static_cast<std::int64_t>(::getpid()));
-    temp += '.';
-    AppendInteger(temp, g_tempCounter.fetch_add(1));
-    fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd < 0 && errno != EEXIST) return fail("cannot create a temporary file", errno);
-  }
-  if (fd < 0) return fail("cannot create a temporary file", EEXIST);
-
-  // A replaced file keeps its permissions.
-  struct stat st {};
-  if (::stat(target.c_str(), &st) == 0 && S_ISREG(st.st_mode)) ::fchmod(fd, st.st_mode & 07777);
-
-  // The text goes out piece by piece: a project is never held twice in memory.
-  const char* step = nullptr;
-  int err = 0;
+  if (!file.Open(path, &why, false)) return fail();
   bool failed = false;
   std::string text;
   text.reserve((1 << 20) + 4096);
-  auto* flush = +[](std::string& out, void* fdp) {
-    const bool ok = WriteAll(*static_cast<int*>(fdp), out.data(), out.size());
+  auto* flush = +[](std::string& out, void* sink) {
+    const bool ok = static_cast<io::COutputFile*>(sink)->Write(out.data(), out.size());
     out.clear();
     return ok;
   };
-  AppendText(root, text, flush, &fd, &failed);
-  if (failed) {
-    step = "write failed";
-  } else if (::fsync(fd) != 0) {
-    step = "flush to disk failed";
-  }
-  if (step) err = errno;
-  if (::close(fd) != 0 && !step) {
-    step = "close failed";
-    err = errno;
-  }
-  if (!step && ::rename(temp.c_str(), target.c_str()) != 0) {
-    step = "cannot replace the file";
-    err = errno;
-  }
-  if (step) {
-    ::unlink(temp.c_str());
-    return fail(step, err);
-  }
-  // Make the rename itself durable; a failure here loses nothing already saved.
-  std::filesystem::path dir = real.parent_path();
-  if (dir.empty()) dir = ".";
-  const int dfd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dfd >= 0) {
-    ::fsync(dfd);
-    ::close(dfd);
-  }
+  AppendText(root, text, flush, &file, &failed);
+  if (!file.Commit(&why)) return fail();
   return true;
 }
 

@@ -1,34 +1,94 @@
 // Buffered token output for the export writers.
 #include "core/TokenOstream.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 #include <cstring>
-#include <string>
+
+#include "core/OutputFile.h"
 
 namespace io {
+namespace {
+// Export files run to hundreds of megabytes; a large buffer keeps the number
+// of system calls low.
+constexpr size_t kBufferBytes = 1 << 20;
+}  // namespace
 
 CToken_ostream::CToken_ostream(const std::filesystem::path& path) {
-  m_File = std::fopen(path.c_str(), "wb");
-  m_WasOpen = m_File != nullptr;
-  // Export files run to hundreds of megabytes; a large buffer keeps the
-  // number of system calls low.
-  if (m_File) std::setvbuf(m_File, nullptr, _IOFBF, 1 << 20);
+  m_Fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (m_Fd < 0) m_Errno = errno;
+  m_Open = m_WasOpen = m_Fd >= 0;
+  m_Buffer.reserve(kBufferBytes);
+}
+
+CToken_ostream::CToken_ostream(COutputFile& out) : m_Sink(&out) {
+  m_Open = m_WasOpen = out.IsOpen();
+  if (!m_Open) m_Errno = EBADF;
+  m_Buffer.reserve(kBufferBytes);
 }
 
 CToken_ostream::~CToken_ostream() { Close(); }
 
+// Hands the buffer to the file; false (and the stream failed) when that fails.
+bool CToken_ostream::Drain() {
+  if (m_Failed || m_Buffer.empty()) return !m_Failed;
+  bool ok = true;
+  if (m_Sink) {
+    ok = m_Sink->Write(m_Buffer.data(), m_Buffer.size());
+  } else {
+    const char* data = m_Buffer.data();
+    size_t size = m_Buffer.size();
+    while (ok && size > 0) {
+      const ssize_t n = ::write(m_Fd, data, size);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+        m_Errno = errno;
+        ok = false;
+      } else {
+        data += n;
+        size -= static_cast<size_t>(n);
+      }
+    }
+  }
+  m_Buffer.clear();
+  if (!ok) m_Failed = true;
+  return ok;
+}
+
 bool CToken_ostream::Close() {
-  if (!m_File) return !m_Failed && m_WasOpen;
-  if (std::fclose(m_File) != 0) m_Failed = true;
-  m_File = nullptr;
+  if (!m_Open) return !m_Failed && m_WasOpen;
+  Drain();
+  if (m_Fd >= 0 && ::close(m_Fd) != 0 && !m_Failed) {
+    m_Errno = errno;
+    m_Failed = true;
+  }
+  m_Fd = -1;
+  m_Open = false;
   return !m_Failed;
+}
+
+std::string CToken_ostream::FailureReason() const {
+  if (m_Sink && !m_Sink->WriteError().empty()) return m_Sink->WriteError();
+  if (m_Errno != 0) return SystemReason(m_Errno);
+  return m_Failed || !m_WasOpen ? "the output was not written" : "";
 }
 
 void CToken_ostream::SetPrecision(int digits) { m_Precision = digits < 0 ? 0 : digits; }
 
 void CToken_ostream::Write(const char* data, size_t size) {
   if (fail() || size == 0) return;
-  if (std::fwrite(data, 1, size, m_File) != size) m_Failed = true;
+  if (m_Buffer.size() + size > kBufferBytes && !Drain()) return;
+  if (size >= kBufferBytes) {
+    // Too big to be worth copying: straight through, after what was buffered.
+    m_Buffer.assign(data, size);
+    Drain();
+    return;
+  }
+  m_Buffer.append(data, size);
 }
 
 CToken_ostream& CToken_ostream::operator<<(double value) {
@@ -73,10 +133,23 @@ CToken_ostream& CToken_ostream::operator<<(const AString& text) {
 void CToken_ostream::Printf(const char* format, ...) {
   m_LastWasNumber = false;
   if (fail()) return;
+  char buf[256];
   va_list args;
   va_start(args, format);
-  if (std::vfprintf(m_File, format, args) < 0) m_Failed = true;
+  va_list again;
+  va_copy(again, args);
+  const int n = std::vsnprintf(buf, sizeof buf, format, args);
   va_end(args);
+  if (n < 0) {
+    m_Failed = true;
+  } else if (static_cast<size_t>(n) < sizeof buf) {
+    Write(buf, static_cast<size_t>(n));
+  } else {
+    std::string wide(static_cast<size_t>(n) + 1, '\0');
+    std::vsnprintf(wide.data(), wide.size(), format, again);
+    Write(wide.data(), static_cast<size_t>(n));
+  }
+  va_end(again);
 }
 
 void CToken_ostream::EndLine() {

@@ -3,24 +3,29 @@
 // with formats built at run time, and two line-end operations.
 #pragma once
 
-#include <cstdio>
 #include <filesystem>
+#include <string>
 
 #include "core/AString.h"
 
 namespace io {
+
+class COutputFile;
 
 class CToken_ostream {
  public:
   // Opens (truncates) the file for writing. A stream that could not be
   // opened reports fail() and ignores every output.
   explicit CToken_ostream(const std::filesystem::path& path);
+  // Writes into `out`, which the caller opened and commits after Close();
+  // the stream fails as soon as a write into it fails.
+  explicit CToken_ostream(COutputFile& out);
   ~CToken_ostream();
   CToken_ostream(const CToken_ostream&) = delete;
   CToken_ostream& operator=(const CToken_ostream&) = delete;
 
   // True when the file could not be opened or a write has failed.
-  bool fail() const { return m_File == nullptr || m_Failed; }
+  bool fail() const { return !m_Open || m_Failed; }
 
   // Token formatting: when on (the default), the stream's own number output
   // puts one blank between two numbers that would otherwise touch.
@@ -46,10 +51,19 @@ class CToken_ostream {
   // Flushes and closes; false when anything failed. Called by the destructor.
   bool Close();
 
+  // The system's reason for the first failure ("No space left on device");
+  // empty when nothing failed.
+  std::string FailureReason() const;
+
  private:
   void Write(const char* data, size_t size);
+  bool Drain();
 
-  std::FILE* m_File = nullptr;
+  int m_Fd = -1;                   // a file opened by name
+  COutputFile* m_Sink = nullptr;   // or the caller's output
+  std::string m_Buffer;
+  int m_Errno = 0;
+  bool m_Open = false;
   bool m_Failed = false;
   bool m_WasOpen = false;
   bool m_Format = true;
