@@ -18,30 +18,17 @@ std::string Extension(const std::string& path) {
   return e;
 }
 
-// Chooses how a converted solution keeps its port impedances (see Convert).
-void KeepImpedances(const CNetworkDataSolution& solution, ExportRequest& request) {
-  if (request.renormalizeTo) return;
-  bool uniform = true, anyImpedance = false, anyGamma = false;
-  double reference = 0.0;
+// A conversion keeps what the source holds: propagation constants travel as
+// comment lines behind each Touchstone record when the points have them.
+// Which reference the file states is the export's decision, the same as for
+// `sparam export`.
+void KeepGamma(const CNetworkDataSolution& solution, ExportRequest& request) {
   for (const auto& [f, point] : solution.GetFrequencyMap()) {
-    anyGamma = anyGamma || point->GetPortVector(nd::kPropagationConstants);
-    const TNT::CVector* z = point->GetPortVector(nd::kPortImpedances);
-    if (!z) {
-      uniform = false;
-      continue;
-    }
-    anyImpedance = true;
-    for (const auto& v : *z) {
-      if (reference == 0.0) reference = v.re;
-      uniform = uniform && v.im == 0.0 && v.re == reference;
+    if (point->GetPortVector(nd::kPropagationConstants)) {
+      request.gamma = true;
+      return;
     }
   }
-  if (uniform && anyImpedance && reference > 0.0) {
-    request.dataAtReference = reference;
-  } else if (anyImpedance) {
-    request.gamma = true;
-  }
-  request.gamma = request.gamma || anyGamma;
 }
 
 }  // namespace
@@ -71,7 +58,8 @@ std::unique_ptr<CProject> LoadNetworkFile(const std::string& path, std::string* 
   return project;
 }
 
-bool Convert(const std::string& input, ExportRequest request, std::string* error) {
+bool Convert(const std::string& input, ExportRequest request, std::string* error,
+             std::vector<std::string>* notes) {
   // A conversion onto its own input would replace the only copy of the data
   // with a rewrite of it; the same file under another name or through a link
   // (same device and inode) counts.
@@ -93,9 +81,9 @@ bool Convert(const std::string& input, ExportRequest request, std::string* error
   }
   if (FxSolutionVariation* variation = project->GetVariation(request.variation)) {
     if (const CNetworkDataSolution* solution = variation->GetNetworkDataSolution(request.solution))
-      KeepImpedances(*solution, request);
+      KeepGamma(*solution, request);
   }
-  return CExportNetworkDataCmd().Execute(*project, request, error);
+  return CExportNetworkDataCmd().Execute(*project, request, error, notes);
 }
 
 }  // namespace sparam

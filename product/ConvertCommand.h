@@ -19,13 +19,13 @@ bool IsNetworkFile(const std::string& path);
 std::unique_ptr<CProject> LoadNetworkFile(const std::string& path, std::string* error);
 
 // Writes `input` to request.output: a project file (.ndp) whole, any other
-// format through the export command with the request's options. Unless the
-// request renormalises, the port impedances survive: data at one real
-// impedance on every port says so on the Touchstone option line, and any
-// other impedances (or propagation constants) are written as "! Port
-// Impedance" and "! Gamma" lines. An output that is the input file itself
-// (by name, hard link or symbolic link) is refused. False with a one-line
-// reason; the target is then untouched.
-bool Convert(const std::string& input, ExportRequest request, std::string* error);
+// format through the export command with the request's options, so the
+// file states the same reference impedance `sparam export` would state;
+// propagation constants travel as "! Gamma" lines behind Touchstone
+// records. An output that is the input file itself (by name, hard link or
+// symbolic link) is refused. False with a one-line reason; the target is
+// then untouched. `notes` as for CExportNetworkDataCmd::Execute.
+bool Convert(const std::string& input, ExportRequest request, std::string* error,
+             std::vector<std::string>* notes = nullptr);
 
 }  // namespace sparam

@@ -1,17 +1,14 @@
-// Choosing a writer, checking the request and writing atomically.
+// Choosing a writer, checking the request, and writing through an output
+// file that is complete or absent.
 #include "product/ExportNetworkDataCmd.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <atomic>
 #include <cctype>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 
+#include "core/OutputFile.h"
 #include "core/TokenOstream.h"
+#include "product/ExportPlan.h"
 #include "sparamlib/formats/Citifile.h"
 #include "sparamlib/formats/MatlabExportVisitor.h"
 #include "sparamlib/formats/NetworkDataUtilities.h"
@@ -28,24 +25,46 @@ std::string Lower(std::string s) {
   return s;
 }
 
-std::atomic<unsigned> g_exportCounter{0};
-
-std::string TempPathBeside(const fs::path& target) {
-  return target.string() + ".tmp" + std::to_string(::getpid()) + "." +
-         std::to_string(g_exportCounter.fetch_add(1));
-}
-
-// Makes the finished temporary file durable and puts it in place.
-bool Commit(const std::string& temp, const fs::path& target, std::string* error) {
-  const int fd = ::open(temp.c_str(), O_RDONLY | O_CLOEXEC);
-  bool ok = fd >= 0 && ::fsync(fd) == 0;
-  if (fd >= 0) ::close(fd);
-  if (ok && ::rename(temp.c_str(), target.c_str()) != 0) ok = false;
-  if (!ok) {
-    if (error) *error = target.string() + ": cannot write the file: " + std::strerror(errno);
-    ::unlink(temp.c_str());
+// Writes the plan's points into `out` in the requested format.
+void WritePlan(io::CToken_ostream& out, sparam::ExportPlan& plan, const ExportRequest& request,
+               const AString& projectName, const IDesignVariation* variation) {
+  CNetworkDataSolution& data = *plan.data;
+  const double reference = plan.reference.value_or(nd::kDefaultReferenceOhms);
+  const bool gamma = request.gamma || plan.keepsPortImpedances;
+  switch (request.format) {
+    case nd::kExportTouchstone:
+      if (sparam::WritesTouchstone2(request)) {
+        nd::Touchstone2Options options;
+        options.referenceImpedance =
+            plan.portReferences.empty() ? reference : plan.portReferences.front();
+        options.portReferences = plan.portReferences;
+        options.exportGamma = gamma;
+        nd::WriteTouchstone2(out, data, plan.frequencies, projectName, options, request.display,
+                             request.kind, request.precision, variation);
+      } else {
+        nd::WriteTouchstone(out, data, plan.frequencies, projectName, gamma, reference,
+                            request.display, request.kind, request.precision, false,
+                            plan.reference.has_value(), variation);
+      }
+      break;
+    case nd::kExportCitifile:
+      nd::WriteCitifile(out, data, plan.frequencies, request.kind, request.precision, false, reference);
+      break;
+    case nd::kExportSpreadsheet:
+      nd::WriteTabFile(out, data, plan.frequencies, request.kind, request.display,
+                       request.precision, false, reference);
+      break;
+    case nd::kExportSupercompact:
+      nd::WriteSupercompact(out, data, plan.frequencies, projectName, reference, request.kind,
+                            request.display, true);
+      break;
+    default: {  // MATLAB: the command accepts no other format
+      CMatlabExportVisitor visitor(out, plan.frequencies, plan.quantities, request.precision,
+                                   variation, projectName);
+      visitor.Visit(data);
+      break;
+    }
   }
-  return ok;
 }
 
 }  // namespace
@@ -62,7 +81,7 @@ std::optional<nd::NetworkDataExportFormat> CExportNetworkDataCmd::FormatFromExte
 }
 
 bool CExportNetworkDataCmd::Execute(CProject& project, const ExportRequest& request,
-                                    std::string* error) const {
+                                    std::string* error, std::vector<std::string>* notes) const {
   auto fail = [error](std::string why) {
     if (error) *error = std::move(why);
     return false;
@@ -82,7 +101,6 @@ bool CExportNetworkDataCmd::Execute(CProject& project, const ExportRequest& requ
                 (names.empty() ? std::string("none") : names) + ")");
   }
   const int ports = solution->GetNumMatrixEntries();
-  const std::string extension = Lower(fs::path(request.output).extension().string());
   const int named = nd::TouchstonePortsFromName(request.output);
   if (request.format == nd::kExportTouchstone && named >= 0 && named != ports) {
     return fail(request.output + ": the solution has " + std::to_string(ports) +
@@ -90,66 +108,24 @@ bool CExportNetworkDataCmd::Execute(CProject& project, const ExportRequest& requ
   }
   if (request.precision < 1 || request.precision > 17)
     return fail("expected a precision from 1 to 17 digits");
-  if (solution->GetFrequencyMap().empty()) return fail("the solution has no data points");
 
-  std::vector<double> frequencies = request.frequencies;
-  if (frequencies.empty() && request.format != nd::kExportMatlab) {
-    for (const auto& [f, point] : solution->GetFrequencyMap()) frequencies.push_back(f);
-  }
-  const AString projectName = request.projectName.empty() ? project.GetDesignName() : AString(request.projectName);
+  sparam::ExportPlan plan;
+  if (!sparam::PlanExport(*solution, request, plan, error)) return false;
+  if (notes) notes->insert(notes->end(), plan.notes.begin(), plan.notes.end());
+  const AString projectName =
+      request.projectName.empty() ? project.GetDesignName() : AString(request.projectName);
 
-  // Writers give up silently on a file they cannot open: create it first so
-  // that problem is reported here.
-  const fs::path target(request.output);
-  const std::string temp = TempPathBeside(target);
-  const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  if (fd < 0) return fail(request.output + ": cannot write the file: " + std::strerror(errno));
-  ::close(fd);
-
-  switch (request.format) {
-    case nd::kExportTouchstone:
-      nd::WriteTouchstoneFile(temp, *solution, frequencies, projectName, request.gamma,
-                              request.renormalizeTo.value_or(request.dataAtReference.value_or(nd::kDefaultReferenceOhms)),
-                              request.display, request.kind, request.precision,
-                              request.renormalizeTo.has_value(),
-                              request.dataAtReference.has_value(), variation);
-      break;
-    case nd::kExportCitifile:
-    case nd::kExportSpreadsheet: {
-      const bool written =
-          request.format == nd::kExportCitifile
-              ? nd::WriteCitifile(temp, *solution, frequencies, request.kind, request.precision,
-                                  request.renormalizeTo.has_value(), request.renormalizeTo.value_or(nd::kDefaultReferenceOhms))
-              : nd::WriteTabFile(temp, *solution, frequencies, request.kind, request.display,
-                                 request.precision, request.renormalizeTo.has_value(),
-                                 request.renormalizeTo.value_or(nd::kDefaultReferenceOhms));
-      if (!written) {
-        ::unlink(temp.c_str());
-        return fail(request.output + ": cannot write the file");
-      }
-      break;
+  io::COutputFile file;
+  std::string why;
+  if (!file.Open(request.output, &why)) return fail(request.output + ": cannot write the file: " + why);
+  {
+    io::CToken_ostream out(file);
+    WritePlan(out, plan, request, projectName, variation);
+    if (!out.Close()) {
+      file.Abandon();
+      return fail(request.output + ": cannot write the file: write failed: " + out.FailureReason());
     }
-    case nd::kExportSupercompact:
-      nd::WriteSupercompactFile(temp, *solution, frequencies, projectName,
-                                request.renormalizeTo.value_or(nd::kDefaultReferenceOhms), request.kind,
-                                request.display, false);
-      break;
-    case nd::kExportMatlab: {
-      io::CToken_ostream out(temp);
-      std::vector<int> quantities = request.quantities;
-      if (quantities.empty()) quantities.push_back(request.kind);
-      CMatlabExportVisitor visitor(out, frequencies, quantities, request.precision, variation,
-                                   projectName);
-      visitor.Visit(*solution);
-      if (!out.Close()) {
-        ::unlink(temp.c_str());
-        return fail(request.output + ": cannot write the file");
-      }
-      break;
-    }
-    default:
-      ::unlink(temp.c_str());
-      return fail("this export format is not available");
   }
-  return Commit(temp, target, error);
+  if (!file.Commit(&why)) return fail(request.output + ": cannot write the file: " + why);
+  return true;
 }

@@ -1,7 +1,8 @@
 // CExportNetworkDataCmd: exports one solution of a project in a chosen file
-// format. It picks the writer by nd::NetworkDataExportFormat, checks
-// everything a writer would silently give up on, and writes through a
-// temporary file renamed at the end, so a failed export leaves no half file.
+// format. It decides what to write first (ExportPlan: frequencies, points,
+// the reference the file may state), picks the writer by
+// nd::NetworkDataExportFormat, and writes through io::COutputFile, so a
+// failed export leaves the old file as it was and no half file.
 #pragma once
 
 #include <optional>
@@ -20,9 +21,12 @@ struct ExportRequest {
   nd::DisplayFormatType display = nd::kMagnitudeAngle;
   int precision = 8;
   std::optional<double> renormalizeTo;  // ohms
-  // Touchstone: the data is already at this real impedance on every port,
-  // and the option line says so (R); ignored when renormalizeTo is set.
-  std::optional<double> dataAtReference;
+  // Keep port impedances that differ or vary instead of renormalising the
+  // data to the one reference a Touchstone option line can state.
+  bool keepPortImpedances = false;
+  // Leave out requested frequencies outside the solved band instead of
+  // refusing them.
+  bool clip = false;
   bool gamma = false;
   std::vector<int> quantities;      // MATLAB; empty: the matrix kind
   std::vector<double> frequencies;  // Hz; empty: the solved ones
@@ -37,6 +41,8 @@ class CExportNetworkDataCmd {
   static std::optional<nd::NetworkDataExportFormat> FormatFromExtension(const std::string& path);
 
   // Runs the export. False with a one-line reason in `error`; the target is
-  // then untouched.
-  bool Execute(CProject& project, const ExportRequest& request, std::string* error) const;
+  // then untouched. `notes` receives what the user should know about the
+  // data written (renormalised, frequencies or quantities left out).
+  bool Execute(CProject& project, const ExportRequest& request, std::string* error,
+               std::vector<std::string>* notes = nullptr) const;
 };

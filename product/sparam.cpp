@@ -21,12 +21,16 @@ struct ExportOptions {
   std::string solution;
   size_t variation = 1;
   int precision = 8;
-  bool gamma = false;
+  bool gamma = false, clip = false, noRenorm = false;
 };
 
 int Fail(const char* command, const std::string& why) {
   std::cerr << "sparam " << command << ": " << why << "\n";
   return 1;
+}
+
+void PrintNotes(const char* command, const std::vector<std::string>& notes) {
+  for (const auto& note : notes) std::cerr << "sparam " << command << ": " << note << "\n";
 }
 
 // The options `export` and `convert` share, as an export request; a
@@ -51,6 +55,9 @@ std::optional<std::string> BuildRequest(const ExportOptions& o, bool projectOutp
                                         : nd::kMagnitudeAngle;
   request.precision = o.precision;
   request.gamma = o.gamma;
+  request.clip = o.clip;
+  request.keepPortImpedances = o.noRenorm;
+  if (o.noRenorm && !o.renorm.empty()) return std::string("--renorm and --no-renorm exclude each other");
   request.variation = o.variation - 1;
   request.solution = o.solution;
   request.projectName = std::filesystem::path(o.input).stem().string();
@@ -83,19 +90,28 @@ int RunExport(const ExportOptions& o) {
   ExportRequest request;
   if (auto why = BuildRequest(o, false, request)) return Fail("export", *why);
   AString error;
+  // The project is read whole before anything is written, but an export
+  // onto it would still replace the only copy of the data with something
+  // else.
+  if (std::error_code ec; std::filesystem::equivalent(o.output, o.input, ec))
+    return Fail("export", o.output + " is the project " + o.input + "; write the export to another file");
   std::unique_ptr<CProject> project = CProject::Load(o.input, &error);
   if (!project) return Fail("export", error);
   std::string why;
-  if (!CExportNetworkDataCmd().Execute(*project, request, &why)) return Fail("export", why);
-  return 0;
+  std::vector<std::string> notes;
+  const bool ok = CExportNetworkDataCmd().Execute(*project, request, &why, &notes);
+  PrintNotes("export", notes);
+  return ok ? 0 : Fail("export", why);
 }
 
 int RunConvert(const ExportOptions& o) {
   ExportRequest request;
   if (auto why = BuildRequest(o, true, request)) return Fail("convert", *why);
   std::string why;
-  if (!sparam::Convert(o.input, request, &why)) return Fail("convert", why);
-  return 0;
+  std::vector<std::string> notes;
+  const bool ok = sparam::Convert(o.input, request, &why, &notes);
+  PrintNotes("convert", notes);
+  return ok ? 0 : Fail("convert", why);
 }
 
 // The writer options of `export` and `convert`.
@@ -111,12 +127,19 @@ void AddWriterOptions(CLI::App* command, ExportOptions& o) {
       ->default_val("MA")->check(CLI::IsMember({"MA", "DB", "RI"}));
   command->add_option("--precision", o.precision, "significant digits (MATLAB: decimals)")
       ->default_val(8)->check(CLI::Range(1, 17));
-  command->add_option("--renorm", o.renorm, "renormalise every port to OHMS first");
+  command->add_option("--renorm", o.renorm,
+                      "renormalise every port to OHMS (refused for data without port impedances)");
+  command->add_flag("--no-renorm", o.noRenorm,
+                    "Touchstone: keep port impedances that differ between ports or vary with "
+                    "frequency (listed as comments) instead of renormalising to 50 ohms; other "
+                    "tools will read the data as at 50 ohms");
+  command->add_flag("--clip", o.clip,
+                    "leave out --freq frequencies outside the solved band instead of refusing them");
   command->add_flag("--gamma", o.gamma, "Touchstone: add gamma and port impedance comments");
   command->add_option("--quantities", o.quantities, "MATLAB: comma list of S,Y,Z,Zo,Gamma");
   command->add_option("--freq", o.freq,
-                      "frequencies: START:STOP:COUNT (e.g. 1GHz:5GHz:401) or a comma list; "
-                      "default: the solved ones");
+                      "frequencies: START:STOP:COUNT (e.g. 1GHz:5GHz:401) or an increasing comma "
+                      "list, inside the solved band; default: the solved ones");
 }
 
 }  // namespace
@@ -124,6 +147,14 @@ void AddWriterOptions(CLI::App* command, ExportOptions& o) {
 int main(int argc, char** argv) {
   CLI::App app{"sparam: inspect and export network data (S, Y, Z parameters) and project files"};
   app.require_subcommand(1);
+  app.footer(
+      "Output files are complete or absent: a file is written beside its target and renamed over "
+      "it only once every byte is on disk, so a failed command leaves the old file as it was. "
+      "A symbolic link is followed; a fifo, a device or \"-\" (standard output, with --format) is "
+      "written directly.\n\n"
+      "Exit status: 0 success; 1 the work failed (one line on standard error says why); 2 usage "
+      "error. sweep also exits 3 (solve budget spent), 4 (the solver's scatter is above the "
+      "goal), 130/143/129 (stopped by SIGINT/SIGTERM/SIGHUP).");
   int status = 0;
 
   sparam::InfoOptions info;
@@ -242,6 +273,12 @@ int main(int argc, char** argv) {
   demoCommand->add_option("--dir", demoFolder, "output folder")->default_val("demo-output");
   demoCommand->callback([&] { status = sparam::RunDemo(demoFolder, std::cout, std::cerr); });
 
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    // --help and --version end here with status 0; every real usage error
+    // has status 2, whatever CLI11's own code for it.
+    return app.exit(e) == 0 ? 0 : 2;
+  }
   return status;
 }

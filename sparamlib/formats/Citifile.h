@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "core/AString.h"
+#include "core/TokenOstream.h"
 #include "sparamlib/data/NetworkDataTypes.h"
 #include "sparamlib/solution/NetworkModalSolution.h"
 
@@ -21,6 +22,12 @@ namespace nd {
 // digits; with `renormalize` every port is first referred to
 // `referenceImpedance`. False when the file cannot be written.
 bool WriteCitifile(const AString& fileName, CNetworkDataSolution& solution,
+                   const std::vector<double>& frequencies, NetworkDataType kind, int precision,
+                   bool renormalize, double referenceImpedance);
+
+// The same into an open stream; the caller closes it and checks for
+// failure.
+void WriteCitifile(io::CToken_ostream& out, CNetworkDataSolution& solution,
                    const std::vector<double>& frequencies, NetworkDataType kind, int precision,
                    bool renormalize, double referenceImpedance);
 

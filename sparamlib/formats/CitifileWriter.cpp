@@ -32,6 +32,15 @@ std::string PackageName(const AString& name) {
 bool WriteCitifile(const AString& fileName, CNetworkDataSolution& solution,
                    const std::vector<double>& frequencies, NetworkDataType kind, int precision,
                    bool renormalize, double referenceImpedance) {
+  io::CToken_ostream out{std::filesystem::path(static_cast<const std::string&>(fileName))};
+  if (out.fail()) return false;
+  WriteCitifile(out, solution, frequencies, kind, precision, renormalize, referenceImpedance);
+  return out.Close();
+}
+
+void WriteCitifile(io::CToken_ostream& out, CNetworkDataSolution& solution,
+                   const std::vector<double>& frequencies, NetworkDataType kind, int precision,
+                   bool renormalize, double referenceImpedance) {
   const int n = solution.GetNumMatrixEntries();
   // The arrays run over all frequencies, so the values are gathered first.
   std::vector<double> written;
@@ -51,8 +60,6 @@ bool WriteCitifile(const AString& fileName, CNetworkDataSolution& solution,
     if (allGammas) gammas.push_back(*g);
   });
 
-  io::CToken_ostream out{std::filesystem::path(static_cast<const std::string&>(fileName))};
-  if (out.fail()) return false;
   const char letter = kind == kYMatrix ? 'Y' : kind == kZMatrix ? 'Z' : 'S';
   out << "CITIFILE A.01.00";
   out.EndLine();
@@ -111,7 +118,6 @@ bool WriteCitifile(const AString& fileName, CNetworkDataSolution& solution,
     for (int k = 0; k < n; ++k) block([&](size_t f) { return impedances[f][k]; });
   if (withGamma)
     for (int k = 0; k < n; ++k) block([&](size_t f) { return gammas[f][k]; });
-  return out.Close();
 }
 
 }  // namespace nd

@@ -154,13 +154,22 @@ void CMatlabExportVisitor::Visit(CNetworkDataSolution& solution) {
       CNetworkData* point =
           solution.GetNetworkData(m_Frequencies[static_cast<size_t>(k - 1)], 0.0, true);
       if (!point) continue;
+      // A point without the quantity gets no assignment at all: an opened
+      // bracket with nothing behind it would make the whole file unreadable.
+      const TNT::CMatrix* m = MatrixOf(*point, kind);
+      const auto* modal = dynamic_cast<const CNetworkModalData*>(point);
+      const TNT::CVector* v = vectorKind && modal ? VectorOf(*modal, kind) : nullptr;
+      if (vectorKind ? !v : !m) {
+        solution.ReleaseNetworkData(point->GetFrequency());
+        continue;
+      }
       line.clear();
       line += name;
       line += '(';
       line += std::to_string(k);
       line += modalSolution && vectorKind ? ",:) = [ " : ",:,:) = [ ";
 
-      if (const TNT::CMatrix* m = MatrixOf(*point, kind)) {
+      if (m) {
         const int rows = m->num_rows();
         const int cols = m->num_cols();
         for (int i = 0; i < rows; ++i) {
@@ -180,19 +189,15 @@ void CMatlabExportVisitor::Visit(CNetworkDataSolution& solution) {
       m_Out << line.c_str();
       m_Out.EndDataLine();
 
-      if (vectorKind) {
-        const auto* modal = dynamic_cast<const CNetworkModalData*>(point);
-        const TNT::CVector* v = modal ? VectorOf(*modal, kind) : nullptr;
-        if (v) {
-          line.clear();
-          const int size = v->size();
-          for (int i = 0; i < size; ++i) {
-            AppendComplex(line, valueFormat, (*v)[i]);
-            line += i + 1 < size ? ", " : " ];";
-          }
-          m_Out << line.c_str();
-          m_Out.EndDataLine();
+      if (v) {
+        line.clear();
+        const int size = v->size();
+        for (int i = 0; i < size; ++i) {
+          AppendComplex(line, valueFormat, (*v)[i]);
+          line += i + 1 < size ? ", " : " ];";
         }
+        m_Out << line.c_str();
+        m_Out.EndDataLine();
       }
       solution.ReleaseNetworkData(point->GetFrequency());
     }

@@ -66,14 +66,17 @@ void ForEachExportPoint(CNetworkDataSolution& solution, const std::vector<double
                         bool renormalize, double referenceImpedance,
                         const std::function<void(double, CNetworkData&)>& write) {
   const CVector reference(solution.GetNumMatrixEntries(), Complex(referenceImpedance, 0.0));
+  const double tolerance = CNetworkDataSolution::kStandardFrequencyTolerance;
   for (double f : frequencies) {
-    CNetworkData* point =
-        solution.GetNetworkData(f, CNetworkDataSolution::kStandardFrequencyTolerance, true);
+    // A point the solution already held (solved, or interpolated before this
+    // export began) stays; only what this walk interpolates is released.
+    const bool held = solution.GetNetworkData(f, tolerance, false) != nullptr;
+    CNetworkData* point = solution.GetNetworkData(f, tolerance, true);
     if (!point) continue;
     std::unique_ptr<CNetworkData> renormalized;
     if (renormalize) renormalized = RenormalizedCopy(*point, reference);
-    write(f, renormalized ? *renormalized : *point);
-    solution.ReleaseNetworkData(f);
+    write(point->GetFrequency(), renormalized ? *renormalized : *point);
+    if (!held) solution.ReleaseNetworkData(f);
   }
 }
 
@@ -147,9 +150,9 @@ class CTouchstoneWriter {
         m_Format(format),
         m_Kind(kind) {}
 
-  // The frequency and the matrix; returns the number of lines ended.
-  int WriteRecord(double frequency, CNetworkData& point) {
-    m_Line.Value(frequency / kHzPerGHz);
+  // The point's frequency and its matrix; returns the number of lines ended.
+  int WriteRecord(CNetworkData& point) {
+    m_Line.Value(point.GetFrequency() / kHzPerGHz);
     const CMatrix* m = MatrixOf(point, m_Kind, m_N);
     if (!m) {
       m_Line.Flush();
@@ -239,10 +242,10 @@ void WriteOptionLine(io::CToken_ostream& out, const CNetworkDataSolution& soluti
   out.EndLine();
 }
 
-void WriteTouchstoneHeader(io::CToken_ostream& out, const CNetworkDataSolution& solution,
-                           const AString& projectName, NetworkDataType kind,
-                           DisplayFormatType format, double referenceImpedance, bool atReference,
-                           const IDesignVariation* variation) {
+// The comment lines that open every Touchstone file we write: project,
+// exporting product and design variables.
+void WriteHeaderComments(io::CToken_ostream& out, const AString& projectName,
+                         const IDesignVariation* variation) {
   out.Printf("! Touchstone file from project %s", projectName.c_str());
   out.EndLine();
   if (variation && !variation->GetProductName().empty()) {
@@ -263,7 +266,6 @@ void WriteTouchstoneHeader(io::CToken_ostream& out, const CNetworkDataSolution& 
       out.EndLine();
     }
   }
-  WriteOptionLine(out, solution, kind, format, referenceImpedance, atReference);
 }
 
 // ---- Supercompact ------------------------------------------------------
@@ -283,43 +285,36 @@ int SupercompactCode(NetworkDataType& kind, DisplayFormatType& format) {
 
 }  // namespace
 
-void WriteTouchstoneFile(const AString& fileName, CNetworkDataSolution& solution,
-                         const std::vector<double>& frequencies, const AString& projectName,
-                         bool exportGamma, double referenceImpedance, DisplayFormatType format,
-                         NetworkDataType kind, int precision, bool renormalize,
-                         bool alreadyAtReference, const IDesignVariation* variation) {
-  io::CToken_ostream out{std::filesystem::path(static_cast<const std::string&>(fileName))};
-  if (out.fail()) return;
-  out.Format(false);
-  out.SetPrecision(precision);
-  const int n = solution.GetNumMatrixEntries();
+namespace {
 
-  WriteTouchstoneHeader(out, solution, projectName, kind, format, referenceImpedance,
-                        renormalize || alreadyAtReference, variation);
+// "! Modal data exported" (or terminal) and one "! Port[k] = name" line per
+// entry of a modal solution.
+void WritePortComments(io::CToken_ostream& out, const CNetworkDataSolution& solution, int n) {
   const CNetworkPostprocSetup* setup = solution.GetPostprocSetup();
   const bool modalView = !setup || setup->IsModal();
   out << (modalView ? "! Modal data exported" : "! Terminal data exported");
   out.EndLine();
-  if (modalView && dynamic_cast<const CNetworkModalSolution*>(&solution)) {
-    for (int k = 0; k < n; ++k) {
-      const CMatrixEntry* entry = solution.GetMatrixEntry(k);
-      if (!entry) continue;
-      const AString& name =
-          entry->GetModalEntryName().empty() ? entry->GetPortName() : entry->GetModalEntryName();
-      out.Printf("! Port[%d] = %s", k + 1, name.c_str());
-      out.EndLine();
-    }
+  if (!modalView || !dynamic_cast<const CNetworkModalSolution*>(&solution)) return;
+  for (int k = 0; k < n; ++k) {
+    const CMatrixEntry* entry = solution.GetMatrixEntry(k);
+    if (!entry) continue;
+    const AString& name =
+        entry->GetModalEntryName().empty() ? entry->GetPortName() : entry->GetModalEntryName();
+    out.Printf("! Port[%d] = %s", k + 1, name.c_str());
+    out.EndLine();
   }
+}
 
-  // A negative precision would make the value format meaningless; the
-  // stream treats it as 0 and so do we.
-  CTouchstoneWriter writer(out, n, std::max(precision, 0), format, kind);
+// One record per point, with the gamma and impedance comments when asked.
+void WriteRecords(io::CToken_ostream& out, CTouchstoneWriter& writer,
+                  CNetworkDataSolution& solution, const std::vector<double>& frequencies,
+                  bool exportGamma, bool renormalize, double referenceImpedance) {
   // The solution keeps its own references and its own bits: a copy of each
   // point is renormalised for the write, never the stored point.
   ForEachExportPoint(solution, frequencies, renormalize, referenceImpedance,
-                     [&](double f, CNetworkData& written) {
+                     [&](double, CNetworkData& written) {
     auto* modal = dynamic_cast<CNetworkModalData*>(&written);
-    const int lines = writer.WriteRecord(f, written);
+    const int lines = writer.WriteRecord(written);
     if (exportGamma && modal) {
       if (const CVector* gamma = modal->GetGamma()) writer.WritePortVector("! Gamma  ", *gamma);
       if (const CVector* z = modal->GetPortImpedance())
@@ -329,9 +324,93 @@ void WriteTouchstoneFile(const AString& fileName, CNetworkDataSolution& solution
       out.EndLine();
     }
   });
+}
 
+const CNoiseDataSolution* NoiseToWrite(const CNetworkDataSolution& solution, int n) {
   const CNoiseDataSolution* noise = solution.GetNoiseSolution();
-  if (n == 2 && noise && !noise->IsEmpty()) writer.WriteNoise(*noise);
+  return n == 2 && noise && !noise->IsEmpty() ? noise : nullptr;
+}
+
+}  // namespace
+
+void WriteTouchstoneFile(const AString& fileName, CNetworkDataSolution& solution,
+                         const std::vector<double>& frequencies, const AString& projectName,
+                         bool exportGamma, double referenceImpedance, DisplayFormatType format,
+                         NetworkDataType kind, int precision, bool renormalize,
+                         bool alreadyAtReference, const IDesignVariation* variation) {
+  io::CToken_ostream out{std::filesystem::path(static_cast<const std::string&>(fileName))};
+  if (out.fail()) return;
+  WriteTouchstone(out, solution, frequencies, projectName, exportGamma, referenceImpedance, format,
+                  kind, precision, renormalize, alreadyAtReference, variation);
+}
+
+void WriteTouchstone(io::CToken_ostream& out, CNetworkDataSolution& solution,
+                     const std::vector<double>& frequencies, const AString& projectName,
+                     bool exportGamma, double referenceImpedance, DisplayFormatType format,
+                     NetworkDataType kind, int precision, bool renormalize,
+                     bool alreadyAtReference, const IDesignVariation* variation) {
+  out.Format(false);
+  out.SetPrecision(precision);
+  const int n = solution.GetNumMatrixEntries();
+  WriteHeaderComments(out, projectName, variation);
+  WriteOptionLine(out, solution, kind, format, referenceImpedance,
+                  renormalize || alreadyAtReference);
+  WritePortComments(out, solution, n);
+  // A negative precision would make the value format meaningless; the
+  // stream treats it as 0 and so do we.
+  CTouchstoneWriter writer(out, n, std::max(precision, 0), format, kind);
+  WriteRecords(out, writer, solution, frequencies, exportGamma, renormalize, referenceImpedance);
+  if (const CNoiseDataSolution* noise = NoiseToWrite(solution, n)) writer.WriteNoise(*noise);
+}
+
+void WriteTouchstone2(io::CToken_ostream& out, CNetworkDataSolution& solution,
+                      const std::vector<double>& frequencies, const AString& projectName,
+                      const Touchstone2Options& options, DisplayFormatType format,
+                      NetworkDataType kind, int precision, const IDesignVariation* variation) {
+  out.Format(false);
+  out.SetPrecision(precision);
+  const int n = solution.GetNumMatrixEntries();
+  WriteHeaderComments(out, projectName, variation);
+  WritePortComments(out, solution, n);
+  out << "[Version] 2.0";
+  out.EndLine();
+  // Y and Z stand in siemens and ohms in version 2; R is the reference of S
+  // (overridden port by port by a [Reference] line when one is given).
+  out.Printf("# GHZ %s %s R %f", KindLetter(kind), FormatToken(format), options.referenceImpedance);
+  out.EndLine();
+  out.Printf("[Number of Ports] %d", n);
+  out.EndLine();
+  // The records write a two-port column by column: 11 21 12 22.
+  if (n == 2) {
+    out << "[Two-Port Data Order] 21_12";
+    out.EndLine();
+  }
+  out.Printf("[Number of Frequencies] %zu", frequencies.size());
+  out.EndLine();
+  const CNoiseDataSolution* noise = NoiseToWrite(solution, n);
+  if (noise) {
+    out.Printf("[Number of Noise Frequencies] %zu", noise->GetPoints().size());
+    out.EndLine();
+  }
+  if (!options.portReferences.empty()) {
+    std::string line = "[Reference]";
+    const CNumberFormat value(" %.17G");
+    for (double r : options.portReferences) value.Append(line, r);
+    out << line.c_str();
+    out.EndLine();
+  }
+  out << "[Network Data]";
+  out.EndLine();
+  CTouchstoneWriter writer(out, n, std::max(precision, 0), format, kind);
+  WriteRecords(out, writer, solution, frequencies, options.exportGamma, false,
+               options.referenceImpedance);
+  if (noise) {
+    out << "[Noise Data]";
+    out.EndLine();
+    writer.WriteNoise(*noise);
+  }
+  out << "[End]";
+  out.EndLine();
 }
 
 void WriteSupercompactFile(const AString& fileName, CNetworkDataSolution& solution,
@@ -339,7 +418,16 @@ void WriteSupercompactFile(const AString& fileName, CNetworkDataSolution& soluti
                            double referenceImpedance, NetworkDataType kind,
                            DisplayFormatType format, bool keepPoints) {
   io::CToken_ostream out{std::filesystem::path(static_cast<const std::string&>(fileName))};
-  if (out.fail() || frequencies.empty()) return;
+  if (out.fail()) return;
+  WriteSupercompact(out, solution, frequencies, projectName, referenceImpedance, kind, format,
+                    keepPoints);
+}
+
+void WriteSupercompact(io::CToken_ostream& out, CNetworkDataSolution& solution,
+                       const std::vector<double>& frequencies, const AString& projectName,
+                       double referenceImpedance, NetworkDataType kind, DisplayFormatType format,
+                       bool keepPoints) {
+  if (frequencies.empty()) return;
   const int code = SupercompactCode(kind, format);
   const int n = solution.GetNumMatrixEntries();
 
@@ -365,7 +453,8 @@ void WriteSupercompactFile(const AString& fileName, CNetworkDataSolution& soluti
       interpolated.push_back(f);
     }
     char text[128];  // the frequency format's MaxSize() is 60
-    line.Text(text, static_cast<size_t>(frequencyFormat.Write(text, f / kHzPerGHz) - text));
+    const double written = point->GetFrequency() / kHzPerGHz;
+    line.Text(text, static_cast<size_t>(frequencyFormat.Write(text, written) - text));
     const CMatrix* m = MatrixOf(*point, kind, n);
     if (!m) {
       line.Flush();

@@ -17,6 +17,14 @@ bool WriteTabFile(const AString& fileName, CNetworkDataSolution& solution,
                   double referenceImpedance) {
   io::CToken_ostream out{std::filesystem::path(static_cast<const std::string&>(fileName))};
   if (out.fail()) return false;
+  WriteTabFile(out, solution, frequencies, kind, format, precision, renormalize, referenceImpedance);
+  return out.Close();
+}
+
+void WriteTabFile(io::CToken_ostream& out, CNetworkDataSolution& solution,
+                  const std::vector<double>& frequencies, NetworkDataType kind,
+                  DisplayFormatType format, int precision, bool renormalize,
+                  double referenceImpedance) {
   const int n = solution.GetNumMatrixEntries();
   const char letter = kind == kYMatrix ? 'Y' : kind == kZMatrix ? 'Z' : 'S';
   const char* first = format == kMagnitudeAngle ? "mag" : format == kDbAngle ? "dB" : "re";
@@ -47,7 +55,6 @@ bool WriteTabFile(const AString& fileName, CNetworkDataSolution& solution,
     out << line.c_str();
     out.EndDataLine();
   });
-  return out.Close();
 }
 
 }  // namespace nd

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/AString.h"
+#include "core/TokenOstream.h"
 #include "sparamlib/data/NetworkDataTypes.h"
 #include "sparamlib/solution/NetworkDataSolution.h"
 
@@ -17,6 +18,13 @@ namespace nd {
 // `renormalize` every port is first referred to `referenceImpedance`.
 // False when the file cannot be written.
 bool WriteTabFile(const AString& fileName, CNetworkDataSolution& solution,
+                  const std::vector<double>& frequencies, NetworkDataType kind,
+                  DisplayFormatType format, int precision, bool renormalize,
+                  double referenceImpedance);
+
+// The same into an open stream; the caller closes it and checks for
+// failure.
+void WriteTabFile(io::CToken_ostream& out, CNetworkDataSolution& solution,
                   const std::vector<double>& frequencies, NetworkDataType kind,
                   DisplayFormatType format, int precision, bool renormalize,
                   double referenceImpedance);

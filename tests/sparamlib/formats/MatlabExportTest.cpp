@@ -103,8 +103,9 @@ TEST(MatlabExport, TwoPortSWholeFile) {
 }
 
 // Vectors are two-dimensional and declared from the first point, here an
-// interpolated one that has no Zo: Zo is not declared, but assigned where
-// a point carries it. Interpolated points are written, then released.
+// interpolated one that has no Zo: Zo is not declared, and assigned only
+// where a point carries it (an opened bracket with nothing behind it would
+// stop Octave). Interpolated points are written, then released.
 TEST(MatlabExport, ModalVectorsAndInterpolatedPoints) {
   InterpolatingSolution s;
   Fill(s, 1, {{1e9, {C(0.5)}, {}, {C(0.5, 20.0)}}, {2e9, {C(0.5)}, {C(50.0)}, {C(0.25, -30.0)}}});
@@ -113,15 +114,15 @@ TEST(MatlabExport, ModalVectorsAndInterpolatedPoints) {
             "Gamma(1,:) = [ \n       5.000E-01 +        2.000E+01i ];\n"
             "Gamma(2,:) = [ \n       2.500E-01 -        3.000E+01i ];\n"
             "Gamma(3,:) = [ \n       2.500E-01 -        3.000E+01i ];\n"
-            "Zo(1,:) = [ \nZo(2,:) = [ \n       5.000E+01 +        0.000E+00i ];\n"
+            "Zo(2,:) = [ \n       5.000E+01 +        0.000E+00i ];\n"
             "Zo(3,:) = [ \n       5.000E+01 +        0.000E+00i ];\n");
   EXPECT_TRUE(s.GetInterpolatedMap().empty());
   EXPECT_EQ(s.GetFrequencyMap().size(), 2u);
 }
 
 // A plain solution: no variation names our product; vector kinds get no
-// declaration and the 3-D opener; an unknown code (32) is written as S; a
-// matrix the point cannot give (Y) leaves an empty assignment.
+// declaration and no assignment; an unknown code (32) is written as S; a
+// matrix the point cannot give (Y) is declared but never assigned.
 TEST(MatlabExport, FrequencyListAndPlainSolutions) {
   auto body = [](std::vector<double> requested) {
     CNetworkDataSolution s;
@@ -136,13 +137,13 @@ TEST(MatlabExport, FrequencyListAndPlainSolutions) {
   // Empty: every solved frequency, ascending, counted before the header.
   EXPECT_EQ(body({}),
             "f = zeros(3,1);\nS = zeros(3,1,1);\nY = zeros(3,1,1);\n"
-            "f = [1000000000 2000000000 3000000000.5 ];\nZo(1,:,:) = [ \nZo(2,:,:) = [ \n"
-            "Zo(3,:,:) = [ \nS(1,:,:) = [ 1E+00 + 0E+00i];\nS(2,:,:) = [ 2E+00 + 0E+00i];\n"
-            "S(3,:,:) = [ 3E+00 + 0E+00i];\nY(1,:,:) = [ \nY(2,:,:) = [ \nY(3,:,:) = [ \n");
+            "f = [1000000000 2000000000 3000000000.5 ];\n"
+            "S(1,:,:) = [ 1E+00 + 0E+00i];\nS(2,:,:) = [ 2E+00 + 0E+00i];\n"
+            "S(3,:,:) = [ 3E+00 + 0E+00i];\n");
   // A frequency without a point is declared but never assigned; the data
   // pass asks for exact keys only.
   EXPECT_EQ(body({2e9, 2.5e9, 3000000000.5 + 1e-3}),
             "f = zeros(3,1);\nS = zeros(3,1,1);\nY = zeros(3,1,1);\n"
-            "f = [2000000000 2500000000 3000000000.501 ];\nZo(1,:,:) = [ \n"
-            "S(1,:,:) = [ 2E+00 + 0E+00i];\nY(1,:,:) = [ \n");
+            "f = [2000000000 2500000000 3000000000.501 ];\n"
+            "S(1,:,:) = [ 2E+00 + 0E+00i];\n");
 }

@@ -1,0 +1,330 @@
+// Deciding what an export writes: which points, at which frequencies, and
+// which reference impedance the file may state for them.
+#include "product/ExportPlan.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+
+#include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/formats/NetworkDataUtilities.h"
+#include "sparamlib/formats/TouchstoneReader.h"
+
+namespace sparam {
+namespace {
+
+using Complex = AComplex<double>;
+using TNT::CVector;
+
+std::string Ghz(double hz) {
+  char text[48];
+  std::snprintf(text, sizeof text, "%.10g GHz", hz / 1e9);
+  return text;
+}
+
+bool Fail(std::string* error, std::string why) {
+  if (error) *error = std::move(why);
+  return false;
+}
+
+const CVector* PortImpedances(const CNetworkData& point, int n) {
+  const CVector* z = point.GetPortVector(nd::kPortImpedances);
+  return z && z->dim() == n ? z : nullptr;
+}
+
+// ---- Frequencies ------------------------------------------------------------
+
+// The requested frequencies that can be written: increasing, inside the
+// solved band (or trimmed to it under --clip).
+bool ChooseFrequencies(const CNetworkDataSolution& solution, const ExportRequest& request,
+                       std::vector<double>& chosen, ExportPlan& plan, std::string* error) {
+  const auto& solved = solution.GetFrequencyMap();
+  if (request.frequencies.empty()) {
+    for (const auto& entry : solved) chosen.push_back(entry.first);
+    return true;
+  }
+  const std::vector<double>& asked = request.frequencies;
+  for (size_t i = 1; i < asked.size(); ++i) {
+    if (!(asked[i] > asked[i - 1])) {
+      return Fail(error, "--freq: the frequencies must increase, without repeats: " +
+                             Ghz(asked[i]) + " follows " + Ghz(asked[i - 1]));
+    }
+  }
+  const double low = solved.begin()->first, high = solved.rbegin()->first;
+  const double slack = CNetworkDataSolution::kStandardFrequencyTolerance;
+  const std::string band = Ghz(low) + " to " + Ghz(high);
+  size_t outside = 0;
+  for (double f : asked) {
+    if (f >= low - std::max(slack, low * 1e-9) && f <= high + std::max(slack, high * 1e-9)) {
+      chosen.push_back(f);
+      continue;
+    }
+    if (!request.clip) {
+      return Fail(error, "--freq: " + Ghz(f) + " lies outside the solved band " + band +
+                             ", where no interpolation applies; use --clip to leave such "
+                             "frequencies out");
+    }
+    ++outside;
+  }
+  if (chosen.empty())
+    return Fail(error, "--freq: no frequency lies in the solved band " + band);
+  if (outside > 0) {
+    plan.notes.push_back("--clip: left out " + std::to_string(outside) + " of " +
+                         std::to_string(asked.size()) + " frequencies outside the solved band " +
+                         band);
+  }
+  return true;
+}
+
+// A copy of the point at each frequency. Points interpolated for this are
+// released again, so the solution holds what it held before.
+bool CopyPoints(CNetworkDataSolution& solution, const std::vector<double>& frequencies,
+                ExportPlan& plan, std::string* error) {
+  const double tolerance = CNetworkDataSolution::kStandardFrequencyTolerance;
+  for (double f : frequencies) {
+    const bool held = solution.GetNetworkData(f, tolerance, false) != nullptr;
+    const CNetworkData* point = solution.GetNetworkData(f, tolerance, true);
+    // A solution that cannot interpolate answers with the nearest solved
+    // point, or not at all: writing that under f would be a wrong record.
+    const bool atF = point && std::fabs(point->GetFrequency() - f) <= std::max(tolerance, f * 1e-9);
+    if (!atF) {
+      if (point && !held) solution.ReleaseNetworkData(f);
+      return Fail(error, Ghz(f) + " was not solved and this solution does not interpolate; "
+                         "leave out --freq, or switch it to interpolation first with sparam interp");
+    }
+    std::unique_ptr<CNetworkData> copy = point->Clone();
+    if (!held) solution.ReleaseNetworkData(f);
+    plan.frequencies.push_back(copy->GetFrequency());
+    plan.data->AddNetworkData(std::move(copy));
+  }
+  return true;
+}
+
+// ---- References -------------------------------------------------------------
+
+// Refers every point to `target(point's impedances)`; false when a point
+// cannot be renormalised.
+template <class Target>
+bool RenormalizeAll(ExportPlan& plan, int n, Target target) {
+  for (const auto& [f, point] : plan.data->GetFrequencyMap()) {
+    auto* modal = dynamic_cast<CNetworkModalData*>(point.get());
+    const CVector* z = modal ? PortImpedances(*modal, n) : nullptr;
+    if (!z || !modal->Renormalize(target(*z))) return false;
+  }
+  return true;
+}
+
+// The post-processing the solution's setup asks for that reaches the file:
+// its renormalisation. Steps this version does not apply are named.
+bool ApplySetup(const CNetworkDataSolution& solution, ExportPlan& plan, std::string* error) {
+  const CNetworkPostprocSetup* setup = solution.GetPostprocSetup();
+  if (!setup) return true;
+  std::vector<std::string> skipped;
+  if (setup->DoesDeembed()) skipped.push_back("de-embedding");
+  if (setup->GetExtrapToDC()) skipped.push_back("extrapolation to DC");
+  if (setup->GetImpedMultiplier() != 1.0) skipped.push_back("an impedance multiplier");
+  if (setup->GetNumDiffPairs() > 0) skipped.push_back("differential pairs");
+  if (!setup->IsModal()) skipped.push_back("terminal data");
+  if (setup->HasPortCalibration()) skipped.push_back("port calibration");
+  if (!skipped.empty()) {
+    std::string list;
+    for (const auto& s : skipped) list += (list.empty() ? "" : ", ") + s;
+    plan.notes.push_back("the solution's post-processing setup asks for " + list +
+                         ", which this version does not apply: the file holds the data without "
+                         "them");
+  }
+  const CNetworkPostprocSetup::CVector* impedances = setup->GetRenormImpeds();
+  if (!setup->DoesRenormalize() || !impedances) return true;
+  const int n = solution.GetNumMatrixEntries();
+  if (impedances->dim() != n) return true;  // a setup of another size was refused on load
+  const std::vector<bool>& flags = setup->GetPortRenormFlags();
+  const bool ok = RenormalizeAll(plan, n, [&](const CVector& own) {
+    CVector target = own;
+    for (int k = 0; k < n; ++k)
+      if (flags.empty() || (static_cast<size_t>(k) < flags.size() && flags[k])) target[k] = (*impedances)[k];
+    return target;
+  });
+  if (!ok) {
+    return Fail(error, "the solution's post-processing setup asks for renormalisation, but its "
+                       "points carry no port impedances to renormalise from");
+  }
+  return true;
+}
+
+enum class References { None, Mixed, Uniform, PerPort, Varying };
+
+// How the points' port impedances stand: none, the same real value on every
+// port, one constant real value per port, or anything else.
+References Classify(const CNetworkDataSolution& data, int n, std::vector<double>& perPort) {
+  int with = 0, without = 0;
+  bool uniform = true, constant = true;
+  const CVector* first = nullptr;
+  for (const auto& [f, point] : data.GetFrequencyMap()) {
+    const CVector* z = PortImpedances(*point, n);
+    if (!z) {
+      ++without;
+      continue;
+    }
+    ++with;
+    if (!first) first = z;
+    for (int k = 0; k < n; ++k) {
+      const Complex v = (*z)[k];
+      constant = constant && v.im == 0.0 && v.re > 0.0 && v == (*first)[k];
+      uniform = uniform && v == (*first)[0];
+    }
+  }
+  if (with == 0) return References::None;
+  if (without > 0) return References::Mixed;
+  if (!constant) return References::Varying;
+  for (int k = 0; k < n; ++k) perPort.push_back((*first)[k].re);
+  return uniform ? References::Uniform : References::PerPort;
+}
+
+// Whether the format states a reference impedance for S that a reader
+// believes: Touchstone and Supercompact do; Citifile carries each point's
+// port impedances itself, MATLAB and the spreadsheet state none.
+bool StatesReference(const ExportRequest& request) {
+  return request.format == nd::kExportTouchstone || request.format == nd::kExportSupercompact;
+}
+
+bool ChooseReference(const ExportRequest& request, int n, ExportPlan& plan, std::string* error) {
+  std::vector<double> perPort;
+  const References references = Classify(*plan.data, n, perPort);
+  if (references == References::Mixed) {
+    return Fail(error, "some points carry port impedances and others do not, so no one "
+                       "reference can be stated or reached");
+  }
+  if (request.renormalizeTo) {
+    const double r = *request.renormalizeTo;
+    if (references == References::None) {
+      return Fail(error, "--renorm: the points carry no port impedances, so their data cannot "
+                         "be referred to another impedance");
+    }
+    RenormalizeAll(plan, n, [&](const CVector&) { return CVector(n, Complex(r, 0.0)); });
+    plan.reference = r;
+    return true;
+  }
+  if (references == References::Uniform) {
+    plan.reference = perPort.front();
+    return true;
+  }
+  if (references == References::None || !StatesReference(request)) return true;
+  if (references == References::PerPort && request.format == nd::kExportTouchstone &&
+      WritesTouchstone2(request)) {
+    plan.portReferences = perPort;
+    return true;
+  }
+  // Y and Z do not depend on the reference; only S must be brought to one.
+  if (request.kind != nd::kSMatrix) return true;
+  if (request.keepPortImpedances) {
+    if (request.format == nd::kExportSupercompact) {
+      return Fail(error, "--no-renorm: a Supercompact file states one reference impedance, and "
+                         "these ports differ or vary with frequency; leave out --no-renorm or "
+                         "write Touchstone");
+    }
+    plan.keepsPortImpedances = true;
+    plan.notes.push_back("--no-renorm: the port impedances differ between ports or vary with "
+                         "frequency; they are written as \"! Port Impedance\" comments, but other "
+                         "tools will take the data as referred to 50 ohms");
+    return true;
+  }
+  const double r = nd::kDefaultReferenceOhms;
+  RenormalizeAll(plan, n, [&](const CVector&) { return CVector(n, Complex(r, 0.0)); });
+  plan.reference = r;
+  plan.notes.push_back("the port impedances differ between ports or vary with frequency, and the "
+                       "file can state only one reference: the data are renormalised to 50 ohms "
+                       "(--renorm OHMS for another value, --no-renorm to keep them)");
+  return true;
+}
+
+// ---- Quantities -------------------------------------------------------------
+
+const char* QuantityName(int kind) {
+  switch (kind) {
+    case nd::kYMatrix: return "Y";
+    case nd::kZMatrix: return "Z";
+    case nd::kPortImpedances: return "Zo (port impedances)";
+    case nd::kPropagationConstants: return "Gamma (propagation constants)";
+    default: return "S";
+  }
+}
+
+bool HasQuantity(CNetworkData& point, int kind, int n) {
+  if (kind == nd::kPortImpedances || kind == nd::kPropagationConstants) {
+    const CVector* v = point.GetPortVector(kind);
+    return v && v->dim() == n;
+  }
+  return nd::MatrixOf(point, static_cast<nd::NetworkDataType>(kind), n) != nullptr;
+}
+
+// How many points have the quantity, and the first one that has not.
+size_t CountHaving(const CNetworkDataSolution& data, int kind, int n, double& firstMissing) {
+  size_t having = 0;
+  firstMissing = -1.0;
+  for (const auto& [f, point] : data.GetFrequencyMap()) {
+    if (HasQuantity(*point, kind, n)) {
+      ++having;
+    } else if (firstMissing < 0.0) {
+      firstMissing = f;
+    }
+  }
+  return having;
+}
+
+bool ChooseQuantities(const ExportRequest& request, int n, ExportPlan& plan, std::string* error) {
+  const size_t points = plan.data->GetFrequencyMap().size();
+  double missing = 0.0;
+  if (request.format != nd::kExportMatlab) {
+    if (CountHaving(*plan.data, request.kind, n, missing) == points) return true;
+    return Fail(error, std::string(QuantityName(request.kind)) + " cannot be formed at " +
+                           Ghz(missing) + ": the point has no port impedances to form it from");
+  }
+  std::vector<int> asked = request.quantities;
+  if (asked.empty()) asked.push_back(request.kind);
+  for (int kind : asked) {
+    const size_t having = CountHaving(*plan.data, kind, n, missing);
+    const std::string name = QuantityName(kind);
+    if (having == 0) {
+      plan.notes.push_back("no point has " + name + "; it is left out of the file");
+      continue;
+    }
+    if (having < points) {
+      plan.notes.push_back(name + ": " + std::to_string(points - having) + " of " +
+                           std::to_string(points) + " points do not have it (the first at " +
+                           Ghz(missing) + "); their entries stay zero");
+    }
+    plan.quantities.push_back(kind);
+  }
+  if (plan.quantities.empty()) return Fail(error, "no point has any of the quantities asked for");
+  return true;
+}
+
+}  // namespace
+
+bool WritesTouchstone2(const ExportRequest& request) {
+  if (request.format != nd::kExportTouchstone) return false;
+  std::string extension = std::filesystem::path(request.output).extension().string();
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return extension == ".ts" || request.kind != nd::kSMatrix;
+}
+
+bool PlanExport(CNetworkDataSolution& solution, const ExportRequest& request, ExportPlan& plan,
+                std::string* error) {
+  if (solution.GetFrequencyMap().empty()) return Fail(error, "the solution has no data points");
+  std::vector<double> frequencies;
+  if (!ChooseFrequencies(solution, request, frequencies, plan, error)) return false;
+  // A copy of the solution's description (entries, noise data, setup)
+  // without its points; the copies chosen below take their place. Its
+  // points are looked up where they stand, never through a model.
+  plan.data = solution.Clone();
+  plan.data->Clear();
+  plan.data->SetSolutionType(CNetworkDataSolution::DiscreteSweep);
+  if (!CopyPoints(solution, frequencies, plan, error)) return false;
+  const int n = solution.GetNumMatrixEntries();
+  return ApplySetup(solution, plan, error) && ChooseReference(request, n, plan, error) &&
+         ChooseQuantities(request, n, plan, error);
+}
+
+}  // namespace sparam
