@@ -193,13 +193,16 @@ class CTouchstoneWriter {
     m_Line.EndLine(false);
   }
 
-  void WriteNoise(const CNoiseDataSolution& noise) {
+  // The stored noise resistance is normalised to the reference, as version 1
+  // states it; version 2 states it in ohms (`rnOhmsPerUnit` the reference).
+  void WriteNoise(const CNoiseDataSolution& noise, double rnOhmsPerUnit = 1.0) {
     m_Out << "! Noise Data";
     m_Out.EndLine();
     for (const auto& [frequency, data] : noise.GetPoints()) {
       double fmin = 0.0, goptMag = 0.0, goptAng = 0.0, rn = 0.0;
       data->GetNoiseParameters(fmin, goptMag, goptAng, rn);
-      for (double v : {frequency / kHzPerGHz, fmin, goptMag, goptAng, rn}) m_Line.Value(v);
+      for (double v : {frequency / kHzPerGHz, fmin, goptMag, goptAng, rn * rnOhmsPerUnit})
+        m_Line.Value(v);
       m_Line.EndLine(true);
     }
   }
@@ -393,8 +396,13 @@ void WriteTouchstone2(io::CToken_ostream& out, CNetworkDataSolution& solution,
     out.EndLine();
   }
   if (!options.portReferences.empty()) {
-    std::string line = "[Reference]";
-    const CNumberFormat value(" %.17G");
+    // The values go on the line after the keyword, which the standard
+    // allows and which readers that skip the keyword line's first value
+    // (scikit-rf 0.15) also read right.
+    out << "[Reference]";
+    out.EndLine();
+    std::string line;
+    const CNumberFormat value("%.17G ");
     for (double r : options.portReferences) value.Append(line, r);
     out << line.c_str();
     out.EndLine();
@@ -407,7 +415,9 @@ void WriteTouchstone2(io::CToken_ostream& out, CNetworkDataSolution& solution,
   if (noise) {
     out << "[Noise Data]";
     out.EndLine();
-    writer.WriteNoise(*noise);
+    const double reference =
+        options.portReferences.empty() ? options.referenceImpedance : options.portReferences[0];
+    writer.WriteNoise(*noise, reference);
   }
   out << "[End]";
   out.EndLine();

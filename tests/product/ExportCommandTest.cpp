@@ -70,8 +70,13 @@ TEST_F(ExportCommand, FormatFollowsTheExtension) {
   EXPECT_FALSE(CExportNetworkDataCmd::FormatFromExtension("a.sxp"));
 }
 
+// Including a point interpolated before the export began, and the points
+// the export interpolates itself (which go again).
 TEST_F(ExportCommand, WritesEveryFormatAndLeavesTheSolutionAsItWas) {
-  const CNetworkDataSolution* s = project->GetVariations()[0]->GetNetworkDataSolution();
+  CNetworkDataSolution* s = project->GetVariation(0)->GetWritableSolution("");
+  s->SetSolutionType(CNetworkDataSolution::InterpolateNeville);
+  ASSERT_TRUE(s->GetNetworkData(2e9, 0.0, true));
+  ASSERT_EQ(s->GetInterpolatedMap().size(), 1u);
   const std::string before = [&] {
     io::CBlock b;
     s->Write(b, true);
@@ -86,6 +91,7 @@ TEST_F(ExportCommand, WritesEveryFormatAndLeavesTheSolutionAsItWas) {
     request.output = (dir / name).string();
     request.format = format;
     request.renormalizeTo = 75.0;
+    request.frequencies = {1e9, 2e9, 2.5e9, 3.25e9};
     std::string why;
     ASSERT_TRUE(CExportNetworkDataCmd().Execute(*project, request, &why)) << why;
     EXPECT_GT(fs::file_size(dir / name), 100u) << name;
@@ -95,6 +101,7 @@ TEST_F(ExportCommand, WritesEveryFormatAndLeavesTheSolutionAsItWas) {
   std::string after;
   io::WriteBlockText(b, after);
   EXPECT_EQ(after, before);
+  EXPECT_EQ(s->GetInterpolatedMap().size(), 1u);
   EXPECT_EQ(FilesInDir(), 3u) << "no temporary files are left";
 }
 
