@@ -110,8 +110,9 @@ bool CExportNetworkDataCmd::Execute(CProject& project, const ExportRequest& requ
     return fail("expected a precision from 1 to 17 digits");
 
   sparam::ExportPlan plan;
-  if (!sparam::PlanExport(*solution, request, plan, error)) return false;
+  const bool planned = sparam::PlanExport(*solution, request, plan, error);
   if (notes) notes->insert(notes->end(), plan.notes.begin(), plan.notes.end());
+  if (!planned) return false;
   const AString projectName =
       request.projectName.empty() ? project.GetDesignName() : AString(request.projectName);
 

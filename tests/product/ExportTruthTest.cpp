@@ -13,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 #include "product/ConvertCommand.h"
 #include "sparamlib/data/NetworkModalData.h"
@@ -125,15 +124,16 @@ TEST_F(ExportTruth, OutputTargetsAreWrittenTheWayTheyAreMeant) {
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_NE(run.out.find("# GHZ S MA R 75.000000\n"), std::string::npos) << run.out;
 
+  // The read end is open before the export starts (the file is far smaller
+  // than a pipe's buffer), so nothing blocks whatever the export does.
   ASSERT_EQ(::mkfifo(P("pipe.s2p").c_str(), 0644), 0);
-  std::string received;
-  std::thread reader([&] { received = ReadWholeFile(P("pipe.s2p")); });
+  const int reader = ::open(P("pipe.s2p").c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_GE(reader, 0);
   run = Sparam({"export", P("at75.ndp"), P("pipe.s2p")});
-  // Unblocks the reader if the export never opened the fifo (fails at once
-  // when no reader waits any more).
-  if (const int unblock = ::open(P("pipe.s2p").c_str(), O_WRONLY | O_NONBLOCK); unblock >= 0)
-    ::close(unblock);
-  reader.join();
+  std::string received;
+  char buffer[4096];
+  for (ssize_t n; (n = ::read(reader, buffer, sizeof buffer)) > 0;) received.append(buffer, static_cast<size_t>(n));
+  ::close(reader);
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_NE(received.find("# GHZ S MA R 75.000000\n"), std::string::npos);
   EXPECT_TRUE(fs::is_fifo(dir / "pipe.s2p"));
@@ -156,6 +156,7 @@ TEST_F(ExportTruth, VersionTwoWhereVersionOneWouldBeMisread) {
     EXPECT_NE(ts.find(line), std::string::npos) << line << "\n" << ts;
   auto original = Load("at75.ndp");
   auto back = Load("a.ts");
+  ASSERT_TRUE(original && back);
   auto want = Only(*original).GetFrequencyMap().begin();
   for (const auto& [f, point] : Only(*back).GetFrequencyMap()) {
     auto& got = static_cast<CNetworkModalData&>(*point);
@@ -170,6 +171,7 @@ TEST_F(ExportTruth, VersionTwoWhereVersionOneWouldBeMisread) {
     EXPECT_NE(text.find(std::string("[Version] 2.0\n# GHZ ") + kind + " RI R 75.000000\n"),
               std::string::npos) << text;
     auto readBack = Load(name);
+    ASSERT_TRUE(readBack);
     auto expected = Only(*original).GetFrequencyMap().begin();
     for (const auto& [f, point] : Only(*readBack).GetFrequencyMap()) {
       const bool y = kind[0] == 'Y';
@@ -233,8 +235,9 @@ TEST_F(ExportTruth, RenormalisationIsAppliedBeforeItIsClaimed) {
   ASSERT_EQ(Sparam({"export", P("setup.ndp"), P("s.s2p"), "--display", "RI", "--precision", "12"}).status, 0);
   EXPECT_NE(ReadWholeFile(P("s.s2p")).find("\n# GHZ S RI R 50.000000\n"), std::string::npos);
   auto back = Load("s.s2p");
-  auto got = Only(*back).GetFrequencyMap().begin();
   auto at75 = Load("at75.ndp");
+  ASSERT_TRUE(back && at75);
+  auto got = Only(*back).GetFrequencyMap().begin();
   for (const auto& [f, point] : Only(*at75).GetFrequencyMap()) {
     auto& modal = static_cast<CNetworkModalData&>(*point);
     ASSERT_TRUE(modal.Renormalize(to50));
@@ -249,7 +252,7 @@ TEST_F(ExportTruth, RenormalisationIsAppliedBeforeItIsClaimed) {
   EXPECT_NE(header.find(" 2 50"), std::string::npos) << header;
   double re = 0.0, im = 0.0;
   sc >> frequency >> re >> im;
-  auto first = Only(*Load("at75.ndp")).GetFrequencyMap().begin()->second->Clone();
+  auto first = Only(*at75).GetFrequencyMap().begin()->second->Clone();
   ASSERT_TRUE(static_cast<CNetworkModalData&>(*first).Renormalize(to50));
   EXPECT_NEAR(re, (*first->GetSMatrix())[0][0].re, 1e-6);
   EXPECT_NEAR(im, (*first->GetSMatrix())[0][0].im, 1e-6);
