@@ -146,8 +146,10 @@ int RunInterp(const InterpOptions& o, std::ostream& out, std::ostream& err) {
   request.variation = o.variation - 1;
   request.solution = o.solution;
   request.projectName = std::filesystem::path(o.project).stem().string();
-  if (!CExportNetworkDataCmd().Execute(*project, request, &why)) return fail(why);
-  return 0;
+  std::vector<std::string> notes;
+  const bool written = CExportNetworkDataCmd().Execute(*project, request, &why, &notes);
+  for (const auto& note : notes) err << "sparam interp: " << note << "\n";
+  return written ? 0 : fail(why);
 }
 
 }  // namespace sparam
