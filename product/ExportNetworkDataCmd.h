@@ -27,6 +27,8 @@ struct ExportRequest {
   // Leave out requested frequencies outside the solved band instead of
   // refusing them.
   bool clip = false;
+  // Write the data as solved, without the setup's post-processing.
+  bool noPostprocessing = false;
   bool gamma = false;
   std::vector<int> quantities;      // MATLAB; empty: the matrix kind
   std::vector<double> frequencies;  // Hz; empty: the solved ones

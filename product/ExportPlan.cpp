@@ -119,7 +119,7 @@ bool RenormalizeAll(ExportPlan& plan, int n, Target target) {
 // its renormalisation. Steps this version does not apply are named.
 bool ApplySetup(const CNetworkDataSolution& solution, ExportPlan& plan, std::string* error) {
   const CNetworkPostprocSetup* setup = solution.GetPostprocSetup();
-  if (!setup) return true;
+  if (!setup || !setup->NeedsPostprocessing()) return true;
   std::vector<std::string> skipped;
   if (setup->DoesDeembed()) skipped.push_back("de-embedding");
   if (setup->GetExtrapToDC()) skipped.push_back("extrapolation to DC");
@@ -323,7 +323,8 @@ bool PlanExport(CNetworkDataSolution& solution, const ExportRequest& request, Ex
   plan.data->SetSolutionType(CNetworkDataSolution::DiscreteSweep);
   if (!CopyPoints(solution, frequencies, plan, error)) return false;
   const int n = solution.GetNumMatrixEntries();
-  return ApplySetup(solution, plan, error) && ChooseReference(request, n, plan, error) &&
+  return (request.noPostprocessing || ApplySetup(solution, plan, error)) &&
+         ChooseReference(request, n, plan, error) &&
          ChooseQuantities(request, n, plan, error);
 }
 

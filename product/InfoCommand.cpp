@@ -7,6 +7,7 @@
 
 #include "product/ConvertCommand.h"
 #include "product/Project.h"
+#include "product/SetupCommand.h"
 #include "sparamlib/fit/InterpolateBRI.h"
 
 namespace sparam {
@@ -62,6 +63,7 @@ ordered_json ProjectSummary(const CProject& project, const std::string& path) {
     for (const auto& [name, value] : v->GetDesignVariables()) vars[name] = value;
     jv["variables"] = vars;
     jv["postprocessing"] = v->GetPostprocSetup() && v->GetPostprocSetup()->NeedsPostprocessing();
+    if (v->GetPostprocSetup()) jv["postprocessing_steps"] = DescribeSetup(*v->GetPostprocSetup());
     ordered_json solutions = ordered_json::array();
     for (const auto& s : v->GetSolutions())
       if (s->GetNetworkDataSolution()) solutions.push_back(SolutionSummary(*s->GetNetworkDataSolution()));
@@ -106,6 +108,8 @@ void PrintText(const ordered_json& j, std::ostream& out) {
       first = false;
     }
     out << "\n";
+    if (v.contains("postprocessing_steps"))
+      for (const auto& step : v["postprocessing_steps"]) out << "  post-processing: " << step.get<std::string>() << "\n";
     if (!v["product"].get<std::string>().empty()) {
       out << "  exported by " << v["product"].get<std::string>() << " "
           << v["product_version"].get<std::string>() << "\n";

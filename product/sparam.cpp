@@ -12,6 +12,7 @@
 #include "product/InfoCommand.h"
 #include "product/Devices.h"
 #include "product/InterpCommand.h"
+#include "product/SetupCommand.h"
 #include "product/SweepCommand.h"
 
 namespace {
@@ -21,7 +22,7 @@ struct ExportOptions {
   std::string solution;
   size_t variation = 1;
   int precision = 8;
-  bool gamma = false, clip = false, noRenorm = false;
+  bool gamma = false, clip = false, noRenorm = false, noPostprocessing = false;
 };
 
 int Fail(const char* command, const std::string& why) {
@@ -56,6 +57,7 @@ std::optional<std::string> BuildRequest(const ExportOptions& o, bool projectOutp
   request.precision = o.precision;
   request.gamma = o.gamma;
   request.clip = o.clip;
+  request.noPostprocessing = o.noPostprocessing;
   request.keepPortImpedances = o.noRenorm;
   if (o.noRenorm && !o.renorm.empty()) return std::string("--renorm and --no-renorm exclude each other");
   request.variation = o.variation - 1;
@@ -133,6 +135,8 @@ void AddWriterOptions(CLI::App* command, ExportOptions& o) {
                     "Touchstone: keep port impedances that differ between ports or vary with "
                     "frequency (listed as comments) instead of renormalising to 50 ohms; other "
                     "tools will read the data as at 50 ohms");
+  command->add_flag("--no-postproc", o.noPostprocessing,
+                    "write the data as solved, without the post-processing of `sparam setup`");
   command->add_flag("--clip", o.clip,
                     "leave out --freq frequencies outside the solved band instead of refusing them");
   command->add_flag("--gamma", o.gamma, "Touchstone: add gamma and port impedance comments");
@@ -185,6 +189,37 @@ int main(int argc, char** argv) {
   convertCommand->add_option("OUTPUT", cv.output, "file to write")->required();
   AddWriterOptions(convertCommand, cv);
   convertCommand->callback([&] { status = RunConvert(cv); });
+
+  sparam::SetupOptions setup;
+  CLI::App* setupCommand = app.add_subcommand(
+      "setup",
+      "Choose the post-processing every export of a variation applies: renormalisation, "
+      "de-embedding, differential pairs, extrapolation to DC, impedance multiplier. Choices not "
+      "named stay as they were (--clear starts afresh); the project is saved in place, atomically. "
+      "Without choices, shows the current ones");
+  setupCommand->add_option("PROJECT", setup.project, "project file (.ndp)")->required();
+  setupCommand->add_option("--variation", setup.variation, "variation number, from 1")
+      ->default_val(1)->check(CLI::PositiveNumber);
+  setupCommand->add_option("--renorm", setup.renorm,
+                           "reference impedances: one for every port (50) or per port "
+                           "(1=75,2=50+10j; the others keep theirs)");
+  setupCommand->add_option("--deembed", setup.deembed,
+                           "move reference planes into the device by a length per port "
+                           "(1=2mm,2=3.5mm; a negative length adds line)");
+  setupCommand->add_flag("--lossless", setup.lossless,
+                         "de-embed through the phase constant only (default: the whole "
+                         "propagation constant, loss included)");
+  setupCommand->add_option("--pair", setup.pairs,
+                           "differential pair NAME=P,N of ports P (+) and N (-); repeat for more")
+      ->take_all();
+  setupCommand->add_flag("--matched", setup.matched,
+                         "pairs referred to matched impedances: differential twice, common half "
+                         "the pair's mean port impedance");
+  setupCommand->add_flag("--dc", setup.dc, "add a point at DC extrapolated from the lowest frequencies");
+  setupCommand->add_option("--multiplier", setup.multiplier,
+                           "scale every impedance by X (a symmetry-plane model's half to the whole)");
+  setupCommand->add_flag("--clear", setup.clear, "forget every earlier choice first");
+  setupCommand->callback([&] { status = sparam::RunSetup(setup, std::cout, std::cerr); });
 
   sparam::InterpOptions interp;
   CLI::App* interpCommand = app.add_subcommand(
