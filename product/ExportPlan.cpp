@@ -10,6 +10,7 @@
 #include "sparamlib/data/NetworkModalData.h"
 #include "sparamlib/formats/NetworkDataUtilities.h"
 #include "sparamlib/formats/TouchstoneReader.h"
+#include "sparamlib/solution/Postprocessing.h"
 
 namespace sparam {
 namespace {
@@ -37,9 +38,13 @@ const CVector* PortImpedances(const CNetworkData& point, int n) {
 
 // The requested frequencies that can be written: increasing, inside the
 // solved band (or trimmed to it under --clip).
-bool ChooseFrequencies(const CNetworkDataSolution& solution, const ExportRequest& request,
-                       std::vector<double>& chosen, ExportPlan& plan, std::string* error) {
+// `dc`: the setup extrapolates to DC; 0 Hz is then a frequency that can be
+// asked for (and is left out of `chosen`, in `wantDc`).
+bool ChooseFrequencies(const CNetworkDataSolution& solution, const ExportRequest& request, bool dc,
+                       std::vector<double>& chosen, bool& wantDc, ExportPlan& plan,
+                       std::string* error) {
   const auto& solved = solution.GetFrequencyMap();
+  wantDc = dc && (request.frequencies.empty() || request.frequencies.front() == 0.0);
   if (request.frequencies.empty()) {
     for (const auto& entry : solved) chosen.push_back(entry.first);
     return true;
@@ -56,6 +61,7 @@ bool ChooseFrequencies(const CNetworkDataSolution& solution, const ExportRequest
   const std::string band = Ghz(low) + " to " + Ghz(high);
   size_t outside = 0;
   for (double f : asked) {
+    if (f == 0.0 && wantDc) continue;
     if (f >= low - std::max(slack, low * 1e-9) && f <= high + std::max(slack, high * 1e-9)) {
       chosen.push_back(f);
       continue;
@@ -67,7 +73,7 @@ bool ChooseFrequencies(const CNetworkDataSolution& solution, const ExportRequest
     }
     ++outside;
   }
-  if (chosen.empty())
+  if (chosen.empty() && !wantDc)
     return Fail(error, "--freq: no frequency lies in the solved band " + band);
   if (outside > 0) {
     plan.notes.push_back("--clip: left out " + std::to_string(outside) + " of " +
@@ -115,40 +121,43 @@ bool RenormalizeAll(ExportPlan& plan, int n, Target target) {
   return true;
 }
 
-// The post-processing the solution's setup asks for that reaches the file:
-// its renormalisation. Steps this version does not apply are named.
-bool ApplySetup(const CNetworkDataSolution& solution, ExportPlan& plan, std::string* error) {
-  const CNetworkPostprocSetup* setup = solution.GetPostprocSetup();
-  if (!setup || !setup->NeedsPostprocessing()) return true;
-  std::vector<std::string> skipped;
-  if (setup->DoesDeembed()) skipped.push_back("de-embedding");
-  if (setup->GetExtrapToDC()) skipped.push_back("extrapolation to DC");
-  if (setup->GetImpedMultiplier() != 1.0) skipped.push_back("an impedance multiplier");
-  if (setup->GetNumDiffPairs() > 0) skipped.push_back("differential pairs");
-  if (!setup->IsModal()) skipped.push_back("terminal data");
-  if (setup->HasPortCalibration()) skipped.push_back("port calibration");
-  if (!skipped.empty()) {
+// The solution's post-processing, applied to every copy; the entries take
+// the names the setup gives them (a pair's differential and common names).
+bool ApplySetup(const CNetworkPostprocSetup& setup, ExportPlan& plan, std::string* error) {
+  const std::vector<std::string> unapplied = nd::UnappliedPostprocessing(setup);
+  if (!unapplied.empty()) {
     std::string list;
-    for (const auto& s : skipped) list += (list.empty() ? "" : ", ") + s;
-    plan.notes.push_back("the solution's post-processing setup asks for " + list +
-                         ", which this version does not apply: the file holds the data without "
-                         "them");
+    for (const auto& s : unapplied) list += (list.empty() ? "" : ", ") + s;
+    return Fail(error, "the solution's post-processing setup asks for " + list +
+                           ", which this version cannot apply; export with --no-postproc for the "
+                           "data as solved, or change the setup with sparam setup");
   }
-  const CNetworkPostprocSetup::CVector* impedances = setup->GetRenormImpeds();
-  if (!setup->DoesRenormalize() || !impedances) return true;
-  const int n = solution.GetNumMatrixEntries();
-  if (impedances->dim() != n) return true;  // a setup of another size was refused on load
-  const std::vector<bool>& flags = setup->GetPortRenormFlags();
-  const bool ok = RenormalizeAll(plan, n, [&](const CVector& own) {
-    CVector target = own;
-    for (int k = 0; k < n; ++k)
-      if (flags.empty() || (static_cast<size_t>(k) < flags.size() && flags[k])) target[k] = (*impedances)[k];
-    return target;
-  });
-  if (!ok) {
-    return Fail(error, "the solution's post-processing setup asks for renormalisation, but its "
-                       "points carry no port impedances to renormalise from");
+  for (const auto& [f, point] : plan.data->GetFrequencyMap()) {
+    auto* modal = dynamic_cast<CNetworkModalData*>(point.get());
+    std::string why;
+    if (!modal) {
+      return Fail(error, "the solution's post-processing setup needs modal points (with port "
+                         "impedances); export with --no-postproc for the data as solved");
+    }
+    if (!nd::PostprocessPoint(setup, *modal, &why))
+      return Fail(error, "post-processing the point at " + Ghz(f) + ": " + why);
   }
+  const std::vector<AString> names = nd::PostprocessedEntryNames(setup, *plan.data);
+  for (int k = 0; k < plan.data->GetNumMatrixEntries(); ++k)
+    plan.data->GetMatrixEntry(k)->SetModalEntryName(names[static_cast<size_t>(k)]);
+  return true;
+}
+
+// The point at DC, when the setup asks for it and the request includes DC.
+bool AddDcPoint(const CNetworkPostprocSetup& setup, CNetworkDataSolution& solution,
+                ExportPlan& plan, std::string* error) {
+  std::string why;
+  std::unique_ptr<CNetworkModalData> dc = nd::PostprocessedDcPoint(setup, solution, &why);
+  if (!dc) return Fail(error, "extrapolation to DC: " + why);
+  plan.data->AddNetworkData(std::move(dc));
+  plan.frequencies.insert(plan.frequencies.begin(), 0.0);
+  plan.notes.push_back("a point at DC is extrapolated from the lowest frequencies (DC_EXTRAP_* "
+                       "environment variables set how)");
   return true;
 }
 
@@ -313,8 +322,13 @@ bool WritesTouchstone2(const ExportRequest& request) {
 bool PlanExport(CNetworkDataSolution& solution, const ExportRequest& request, ExportPlan& plan,
                 std::string* error) {
   if (solution.GetFrequencyMap().empty()) return Fail(error, "the solution has no data points");
+  const CNetworkPostprocSetup* setup = solution.GetPostprocSetup();
+  if (request.noPostprocessing || (setup && !setup->NeedsPostprocessing())) setup = nullptr;
   std::vector<double> frequencies;
-  if (!ChooseFrequencies(solution, request, frequencies, plan, error)) return false;
+  bool wantDc = false;
+  if (!ChooseFrequencies(solution, request, setup && setup->GetExtrapToDC(), frequencies, wantDc,
+                         plan, error))
+    return false;
   // A copy of the solution's description (entries, noise data, setup)
   // without its points; the copies chosen below take their place. Its
   // points are looked up where they stand, never through a model.
@@ -323,8 +337,9 @@ bool PlanExport(CNetworkDataSolution& solution, const ExportRequest& request, Ex
   plan.data->SetSolutionType(CNetworkDataSolution::DiscreteSweep);
   if (!CopyPoints(solution, frequencies, plan, error)) return false;
   const int n = solution.GetNumMatrixEntries();
-  return (request.noPostprocessing || ApplySetup(solution, plan, error)) &&
-         ChooseReference(request, n, plan, error) &&
+  if (setup && !ApplySetup(*setup, plan, error)) return false;
+  if (wantDc && !AddDcPoint(*setup, solution, plan, error)) return false;
+  return ChooseReference(request, n, plan, error) &&
          ChooseQuantities(request, n, plan, error);
 }
 

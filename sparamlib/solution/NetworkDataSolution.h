@@ -7,6 +7,7 @@
 #include <array>
 #include <map>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "core/Block.h"
@@ -95,6 +96,9 @@ class CNetworkDataSolution : public INetworkDataOwner {
   // ---- Matrix entries ----------------------------------------------------
   int GetNumMatrixEntries() const { return static_cast<int>(m_MatrixEntries.size()); }
   const CMatrixEntry* GetMatrixEntry(int matrixIndex) const;
+  CMatrixEntry* GetMatrixEntry(int matrixIndex) {
+    return const_cast<CMatrixEntry*>(std::as_const(*this).GetMatrixEntry(matrixIndex));
+  }
   // Appends an entry; its matrix index becomes its position.
   CMatrixEntry& AddMatrixEntry(const CMatrixEntry& entry);
   // True when the matrix-index map is empty or holds the index.

@@ -19,6 +19,7 @@
 #include "support/RandomNetwork.h"
 #include "support/RunSparam.h"
 #include "support/SampleProject.h"
+#include "support/ScratchDir.h"
 
 namespace {
 
@@ -36,9 +37,7 @@ constexpr const char* kAt75 =
 class ExportTruth : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir = fs::temp_directory_path() / ("sparam_export_truth." + std::to_string(::getpid()) + "." +
-                                       ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir);
+    dir = testing_support::ScratchDirectory("sparam_export_truth");
     fs::create_directories(dir / "run");
     std::ofstream(P("at75.s2p")) << kAt75;
     ASSERT_EQ(Sparam({"convert", P("at75.s2p"), P("at75.ndp")}).status, 0);
