@@ -12,6 +12,14 @@
 
 namespace nd {
 
+// The largest port count (matrix order) a reader accepts: a TNT matrix
+// counts its elements in an int, and 46340 x 46340 is the largest square
+// whose count fits (46341 x 46341 passes 2^31 - 1). Readers check a claimed
+// count against it, and against what the input holds, before allocating.
+inline constexpr int kMaxMatrixOrder = 46340;
+static_assert(static_cast<long long>(kMaxMatrixOrder) * kMaxMatrixOrder <= 2147483647LL &&
+              static_cast<long long>(kMaxMatrixOrder + 1) * (kMaxMatrixOrder + 1) > 2147483647LL);
+
 void WriteMatrix(io::CBlock& parent, std::string_view key, const TNT::CMatrix& matrix);
 void WriteVector(io::CBlock& parent, std::string_view key, const TNT::CVector& vector);
 

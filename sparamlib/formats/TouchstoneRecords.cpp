@@ -27,14 +27,19 @@ bool CTouchstoneParser::Prepare(size_t column) {
   }
   // One record holds two numbers per pair, each at least a digit and a
   // separator: a port count whose pairs outnumber the bytes of the whole
-  // input is not believed, before anything of its size is allocated (what
-  // is allocated stays a small multiple of the input).
+  // input is refused at once, saying why (where the size is known; nothing
+  // of the record's size is allocated before its numbers arrive anyway).
   const std::uint64_t pairs = m_Header.matrixFormat == TouchstoneHeader::kFull
                                   ? static_cast<std::uint64_t>(n) * static_cast<std::uint64_t>(n)
                                   : static_cast<std::uint64_t>(n) * (static_cast<std::uint64_t>(n) + 1) / 2;
   if (pairs > m_InputBytes) {
     Fail(column, "expected " + std::to_string(pairs) + " value pairs per frequency for " + std::to_string(n) +
                      " ports, but the whole input is " + std::to_string(m_InputBytes) + " bytes");
+    return false;
+  }
+  if (n > kMaxMatrixOrder) {
+    Fail(column, "expected at most " + std::to_string(kMaxMatrixOrder) + " ports, found " + std::to_string(n) +
+                     ": a larger square matrix has more elements than the library can index");
     return false;
   }
   if (m_Header.reference.empty()) {
@@ -49,32 +54,56 @@ bool CTouchstoneParser::Prepare(size_t column) {
                                                    m_OptionResistance.empty() ? kDefaultReferenceOhms
                                                                               : m_OptionResistance[0]);
   }
-  // Where each pair of a record goes (and its mirror for a triangle).
-  const bool byColumn = n == 2 && (m_Header.version < 2.0 || m_Header.twoPortDataOrder == "21_12");
+  // Pairs per line-starting row: one- and two-ports hold a record on one
+  // line; larger matrices begin every row on a new line.
+  m_Pairs = static_cast<size_t>(pairs);
+  m_RowPairs.clear();
+  if (n <= 2) {
+    m_RowPairs.push_back(static_cast<int>(m_Pairs));
+  } else {
+    for (int i = 0; i < n; ++i) {
+      const int from = m_Header.matrixFormat == TouchstoneHeader::kUpper ? i : 0;
+      const int to = m_Header.matrixFormat == TouchstoneHeader::kLower ? i + 1 : n;
+      m_RowPairs.push_back(to - from);
+    }
+  }
+  // What grows with the square of the port count (the record's numbers,
+  // where each goes) is allocated as the numbers arrive, so that a port
+  // count the input does not hold costs nothing: an input whose size is
+  // unknown (a pipe) may claim any number of ports.
   m_Target.clear();
   m_Mirror.clear();
-  m_RowPairs.clear();
-  for (int i = 0; i < n; ++i) {
-    const int from = m_Header.matrixFormat == TouchstoneHeader::kUpper ? i : 0;
-    const int to = m_Header.matrixFormat == TouchstoneHeader::kLower ? i + 1 : n;
-    for (int j = from; j < to; ++j) {
-      m_Target.push_back(byColumn ? j * n + i : i * n + j);
-      m_Mirror.push_back(j * n + i);
-    }
-    m_RowPairs.push_back(to - from);
-  }
-  // One- and two-ports hold a record on one line; larger matrices begin
-  // every row on a new line.
-  if (n <= 2) m_RowPairs.assign(1, static_cast<int>(m_Target.size()));
-  m_Values.assign(2 * m_Target.size(), 0.0);
-  m_Cos.resize(m_Target.size());
-  m_Sin.resize(m_Target.size());
+  m_Values.assign(std::min<size_t>(2 * m_Pairs, 4096), 0.0);
   const size_t most = 2 * static_cast<size_t>(*std::max_element(m_RowPairs.begin(), m_RowPairs.end())) + 1;
   m_Firsts.resize(most + 64);
   m_Lasts.resize(most + 64);
   m_Count = 0;
   m_Prepared = true;
   return true;
+}
+
+// Room for `need` numbers of the record; never more than a record holds.
+void CTouchstoneParser::GrowValues(size_t need) {
+  m_Values.resize(std::min(std::max(need, 2 * m_Values.size()), 2 * m_Pairs));
+}
+
+// Where each pair of a record goes (and its mirror for a triangle), fixed
+// once the first record is in; indices in 64 bits.
+void CTouchstoneParser::Layout() {
+  const size_t n = static_cast<size_t>(m_Header.ports);
+  const bool byColumn = n == 2 && (m_Header.version < 2.0 || m_Header.twoPortDataOrder == "21_12");
+  m_Target.reserve(m_Pairs);
+  if (m_Header.matrixFormat != TouchstoneHeader::kFull) m_Mirror.reserve(m_Pairs);
+  for (size_t i = 0; i < n; ++i) {
+    const size_t from = m_Header.matrixFormat == TouchstoneHeader::kUpper ? i : 0;
+    const size_t to = m_Header.matrixFormat == TouchstoneHeader::kLower ? i + 1 : n;
+    for (size_t j = from; j < to; ++j) {
+      m_Target.push_back(byColumn ? j * n + i : i * n + j);
+      if (m_Header.matrixFormat != TouchstoneHeader::kFull) m_Mirror.push_back(j * n + i);
+    }
+  }
+  m_Cos.resize(m_Pairs);
+  m_Sin.resize(m_Pairs);
 }
 
 void CTouchstoneParser::DataLine(std::string_view content, size_t start) {
@@ -115,6 +144,7 @@ void CTouchstoneParser::DataLine(std::string_view content, size_t start) {
       return false;
     }
     if (!std::isfinite(v)) m_NonFiniteToken = true;
+    if (m_Count == m_Values.size()) GrowValues(m_Count + 1);
     m_Values[m_Count++] = v;
     if (++m_InRow == m_RowPairs[m_Row] * 2) {
       m_InRow = 0;
@@ -132,9 +162,9 @@ void CTouchstoneParser::DataLine(std::string_view content, size_t start) {
   m_RowDone = false;
   if (m_InRecord && m_Header.ports <= 2) {
     const size_t found = onLine;
-    Fail(content.size(), "expected " + std::to_string(1 + 2 * m_Target.size()) +
+    Fail(content.size(), "expected " + std::to_string(1 + 2 * m_Pairs) +
                              " values on the line of a " + std::to_string(m_Header.ports) +
-                             "-port record (the frequency and " + Pairs(m_Target.size()) + "), found " +
+                             "-port record (the frequency and " + Pairs(m_Pairs) + "), found " +
                              std::to_string(found));
   }
 }
@@ -166,8 +196,8 @@ void CTouchstoneParser::RowTooLong(const Token& token) {
   if (n <= 2) {
     std::string hint;
     if (m_Records == 0 && m_NamedPorts >= 0 && m_DeclaredFrequencies < 0) hint = "; is the extension right?";
-    Fail(token.column, "expected " + std::to_string(1 + 2 * m_Target.size()) + " values on the line of a " +
-                           std::to_string(n) + "-port record (the frequency and " + Pairs(m_Target.size()) +
+    Fail(token.column, "expected " + std::to_string(1 + 2 * m_Pairs) + " values on the line of a " +
+                           std::to_string(n) + "-port record (the frequency and " + Pairs(m_Pairs) +
                            "), found more" + hint);
     return;
   }
@@ -180,6 +210,7 @@ void CTouchstoneParser::RowTooLong(const Token& token) {
 // Turns the gathered numbers into the point's matrix.
 void CTouchstoneParser::EndRecord() {
   const int n = m_Header.ports;
+  if (m_Target.empty()) Layout();
   auto point = std::make_unique<CNetworkModalData>(m_Solution.get(), m_Frequency * m_Header.hertzPerUnit,
                                                    CNetworkData::ExactPoint);
   auto m = std::make_unique<CMatrix>(n, n);
@@ -222,7 +253,7 @@ void CTouchstoneParser::EndRecord() {
 // magnitudes in place.
 void CTouchstoneParser::Angles() {
   double* v = m_Values.data();
-  const size_t pairs = m_Target.size();
+  const size_t pairs = m_Pairs;
   for (size_t k = 0; k < pairs; ++k) m_Cos[k] = v[2 * k + 1];
   SinCosDegrees(m_Cos.data(), pairs, m_Sin.data(), m_Cos.data());
   if (m_Header.format == kDbAngle)
@@ -232,8 +263,8 @@ void CTouchstoneParser::Angles() {
 // The record's pairs into the matrix: pair(k) is the k-th complex value.
 template <class F>
 void CTouchstoneParser::Convert(Complex* data, F&& pair) const {
-  const size_t pairs = m_Target.size();
-  const int* target = m_Target.data();
+  const size_t pairs = m_Pairs;
+  const size_t* target = m_Target.data();
   if (m_Header.matrixFormat == TouchstoneHeader::kFull) {
     for (size_t k = 0; k < pairs; ++k) data[target[k]] = pair(k);
     return;
@@ -306,7 +337,7 @@ void CTouchstoneParser::EndOfData() {
   if (m_InRecord) {
     const size_t pairs = m_Count / 2;
     Fail(0, "the record for frequency " + FrequencyText(m_Frequency) + " that begins at line " +
-                std::to_string(m_RecordLine) + " ends early: expected " + Pairs(m_Target.size()) + ", found " +
+                std::to_string(m_RecordLine) + " ends early: expected " + Pairs(m_Pairs) + ", found " +
                 std::to_string(pairs) + (m_Count % 2 ? " and a half" : ""));
     return;
   }
