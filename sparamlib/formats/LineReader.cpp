@@ -1,6 +1,8 @@
 // Block-wise line reading and number tokens for the network-file readers.
 #include "sparamlib/formats/LineReader.h"
 
+#include "core/BlockText.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -11,6 +13,7 @@
 #include <cstring>
 
 namespace nd {
+static_assert(kMaxLineBytes == io::kMaxLineBytes, "one line limit for every reader");
 namespace {
 
 // Large enough that a read call costs nothing next to parsing its bytes,
