@@ -69,10 +69,10 @@ class CTouchstoneParser : public CLineParser {
   bool StartRecord(double v, const Token& token, std::string_view content);
   void RowTooLong(const Token& token);
   void EndRecord();
-  void Angles();
+  bool Angles();
   template <class F>
   void Convert(Complex* data, F&& pair) const;
-  void Store(CNetworkModalData& point, std::unique_ptr<CMatrix> m);
+  bool Store(CNetworkModalData& point, std::unique_ptr<CMatrix> m);
   void FinishPending();
   void EndOfData();
 

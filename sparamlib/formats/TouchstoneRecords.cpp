@@ -211,6 +211,8 @@ void CTouchstoneParser::RowTooLong(const Token& token) {
 void CTouchstoneParser::EndRecord() {
   const int n = m_Header.ports;
   if (m_Target.empty()) Layout();
+  m_InRecord = false;
+  m_RecordDone = false;
   auto point = std::make_unique<CNetworkModalData>(m_Solution.get(), m_Frequency * m_Header.hertzPerUnit,
                                                    CNetworkData::ExactPoint);
   auto m = std::make_unique<CMatrix>(n, n);
@@ -219,7 +221,7 @@ void CTouchstoneParser::EndRecord() {
   if (m_Header.format == kRealImaginary) {
     Convert(data, [v](size_t k) { return Complex(v[2 * k], v[2 * k + 1]); });
   } else {
-    Angles();
+    if (!Angles()) return;
     const double* c = m_Cos.data();
     const double* s = m_Sin.data();
     Convert(data, [v, c, s](size_t k) { return Complex(v[2 * k] * c[k], v[2 * k] * s[k]); });
@@ -232,8 +234,6 @@ void CTouchstoneParser::EndRecord() {
     for (int k = 0; k < m->size(); ++k) notFinite |= !std::isfinite(data[k].re) || !std::isfinite(data[k].im);
     m_NonFiniteToken = false;
   }
-  m_InRecord = false;
-  m_RecordDone = false;
   if (notFinite) {
     size_t bad = 0;
     while (bad < m_Values.size() && std::isfinite(m_Values[bad])) ++bad;
@@ -243,7 +243,7 @@ void CTouchstoneParser::EndRecord() {
                                        : std::string("a value that is not finite")));
     return;
   }
-  Store(*point, std::move(m));
+  if (!Store(*point, std::move(m))) return;
   m_Pending = std::move(point);
   m_LastFrequency = m_Frequency;
   ++m_Records;
@@ -251,13 +251,30 @@ void CTouchstoneParser::EndRecord() {
 
 // Cosine and sine of every angle of the record, and dB turned into
 // magnitudes in place.
-void CTouchstoneParser::Angles() {
+bool CTouchstoneParser::Angles() {
   double* v = m_Values.data();
   const size_t pairs = m_Pairs;
   for (size_t k = 0; k < pairs; ++k) m_Cos[k] = v[2 * k + 1];
   SinCosDegrees(m_Cos.data(), pairs, m_Sin.data(), m_Cos.data());
-  if (m_Header.format == kDbAngle)
-    for (size_t k = 0; k < pairs; ++k) v[2 * k] = std::pow(10.0, v[2 * k] / 20.0);
+  if (m_Header.format != kDbAngle) return true;
+  // A finite number of dB above 20 log10 of the largest double (about
+  // 6165 dB) has no magnitude: it is refused like inf, naming the number.
+  size_t overflow = pairs;
+  double db = 0.0;
+  for (size_t k = 0; k < pairs; ++k) {
+    const double magnitude = std::pow(10.0, v[2 * k] / 20.0);
+    if (std::isinf(magnitude) && std::isfinite(v[2 * k]) && overflow == pairs) {
+      overflow = k;
+      db = v[2 * k];
+    }
+    v[2 * k] = magnitude;
+  }
+  if (overflow == pairs) return true;
+  m_NonFiniteToken = false;
+  Fail(0, "expected magnitudes a double can hold in the record for frequency " + FrequencyText(m_Frequency) +
+              " (line " + std::to_string(m_RecordLine) + "), found " + FrequencyText(db) + " dB as its value " +
+              std::to_string(2 * overflow + 2));
+  return false;
 }
 
 // The record's pairs into the matrix: pair(k) is the k-th complex value.
@@ -275,12 +292,24 @@ void CTouchstoneParser::Convert(Complex* data, F&& pair) const {
 // Stores the matrix as the kind the file holds. Version 1 files hold Y,
 // Z, H and G normalised to the reference; version 2 files and our own
 // writer's files hold them in ohms and siemens.
-void CTouchstoneParser::Store(CNetworkModalData& point, std::unique_ptr<CMatrix> m) {
+bool CTouchstoneParser::Store(CNetworkModalData& point, std::unique_ptr<CMatrix> m) {
   const char p = m_Header.parameter;
   if (p == 'S') {
     point.SetSMatrix(std::move(m));
-    return;
+    return true;
   }
+  // Scaling by the references and turning H or G into Z or Y may leave the
+  // range of a double (or divide by a zero H22 or G22) from finite numbers.
+  const auto refuse = [&](const char* what) {
+    Fail(0, std::string("expected ") + p + "-parameters with finite " + what + " in the record for frequency " +
+                FrequencyText(m_Frequency) + " (line " + std::to_string(m_RecordLine) + ")");
+    return false;
+  };
+  const auto finite = [](const CMatrix& x) {
+    for (int k = 0; k < x.size(); ++k)
+      if (!std::isfinite(x.data()[k].re) || !std::isfinite(x.data()[k].im)) return false;
+    return true;
+  };
   const int n = m_Header.ports;
   CMatrix& a = *m;
   if (m_Header.version < 2.0 && !m_OwnWriter) {
@@ -298,6 +327,7 @@ void CTouchstoneParser::Store(CNetworkModalData& point, std::unique_ptr<CMatrix>
         a[i][j] = a[i][j] * scale;
       }
     }
+    if (!finite(a)) return refuse("values once multiplied by the reference impedances");
   }
   if (p == 'Z') {
     point.SetZMatrix(std::move(m));
@@ -313,12 +343,15 @@ void CTouchstoneParser::Store(CNetworkModalData& point, std::unique_ptr<CMatrix>
     (*x)[0][1] = a[0][1] / d;
     (*x)[1][0] = -a[1][0] / d;
     (*x)[1][1] = Complex(1.0) / d;
+    // (A zero divisor gives the largest double, no value either.)
+    if ((d.re == 0.0 && d.im == 0.0) || !finite(*x)) return refuse(p == 'H' ? "Z-parameters (H22 other than 0)" : "Y-parameters (G22 other than 0)");
     if (p == 'H') {
       point.SetZMatrix(std::move(x));
     } else {
       point.SetYMatrix(std::move(x));
     }
   }
+  return true;
 }
 
 // Hands the last point to the solution with its impedances.

@@ -204,6 +204,18 @@ TEST_F(InputBounds, NonFiniteValuesAreRefusedWhereTheyStand) {
        "a.s2p:3:1: expected a finite number on the noise line, found \"nan\""},
       {kTouchstone, "a.s2p", "# GHz S MA\n1 0 0 0 0 0 0 0 0\n0.5 1.5 0.5 inf 0.25\n",
        "a.s2p:3:13: expected a finite number on the noise line, found \"inf\""},
+      // Finite numbers whose value is not: found by touchstone_fuzz (a
+      // magnitude of 63.2 million dB), and the conversions that can overflow
+      // or divide by zero.
+      {kTouchstone, "a.s1p", "! ne pdB\n# Hz S DB R 75\n10e-0 6.5 4\n12e-0 63.200e6  0\n",
+       "a.s1p:4:1: expected magnitudes a double can hold in the record for frequency 12 (line 4), found 63200000 dB "
+       "as its value 2"},
+      {kTouchstone, "a.s2p", "# GHz H RI\n1 1 0 2 0 3 0 0 0\n",
+       "a.s2p:2:1: expected H-parameters with finite Z-parameters (H22 other than 0) in the record for frequency 1 "
+       "(line 2)"},
+      {kTouchstone, "a.s1p", "# GHz Z RI R 1e300\n1 1e300 0\n",
+       "a.s1p:2:1: expected Z-parameters with finite values once multiplied by the reference impedances in the "
+       "record for frequency 1 (line 2)"},
   };
   for (const Case& c : cases) EXPECT_EQ(ReadText(c.reader, c.text, c.name), c.expected) << c.text;
 }
