@@ -110,4 +110,33 @@ TEST_F(ProjectBounds, StoredSizesAreCheckedBeforeAnythingOfTheirSizeExists) {
   }
 }
 
+// Names and values from the file go into messages escaped, so that every
+// message stays one line. The first case is what block_text_fuzz found
+// (minimised): a line end in an enumeration's string.
+TEST_F(ProjectBounds, MessagesQuotingTheFileStayOnOneLine) {
+  const std::string kinds =
+      "expected None, Adaptive, DiscreteSweep, CircuitData, InterpolateNeville, FxemFastSweep, "
+      "FxemInterpolatingSweep, StateSpaceFit or InterpolateBRI";
+  const struct {
+    std::string text;
+    std::string where;
+    std::string expected;
+  } cases[] = {
+      {"Project{FormatVersion=1\nVariation{SolutionData{SolutionType=\"\\n\"}SolutionData}Variation}Project",
+       "SolutionType", "in block \"SolutionData\": \"SolutionType\": " + kinds + ", found \"\\n\""},
+      {"Project{FormatVersion=1 Variation{SolutionData{SolutionType=\"a\\tb\\x01\\r\"}SolutionData}Variation}Project",
+       "SolutionType", "in block \"SolutionData\": \"SolutionType\": " + kinds + ", found \"a\\tb\\x01\\r\""},
+      {"Project{FormatVersion=1 Variation{SolutionData{ObjectType=Modal Frequencies{\"a\\nb\"{DataType=ExactPoint}"
+       "\"a\\nb\"}Frequencies}SolutionData}Variation}Project",
+       "\"a\\nb\"{", "in block \"a\\nb\": a data point needs its \"Frequency\""},
+  };
+  for (const auto& c : cases) {
+    const fs::path path = dir / "one_line.ndp";
+    std::ofstream(path, std::ios::binary) << c.text;
+    AString error;
+    EXPECT_EQ(CProject::Load(path, &error), nullptr) << c.text;
+    EXPECT_EQ(std::string(error), path.string() + ":" + At(c.text, c.where) + ": " + c.expected);
+  }
+}
+
 }  // namespace
