@@ -39,17 +39,26 @@ sanitize: deps
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS) -LE interop
 
-# The Touchstone/Citifile reader fuzz target (clang, libFuzzer) for a short
-# run from the seed corpus; FUZZ_SECONDS sets how long.
+# The reader fuzz targets (clang, libFuzzer, AddressSanitizer and UBSan):
+# each runs FUZZ_SECONDS from its seed corpus in fuzz/corpus/<reader>; inputs
+# that reach new code are kept in $(FUZZ_BUILD)/corpus/<reader>, and an input
+# that fails a check is written to $(FUZZ_BUILD)/crashes/ and stops the run.
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
+FUZZ_READERS = touchstone citifile block_text
+# An 8 KiB input has no business allocating 256 MB or taking 10 s.
+FUZZ_FLAGS ?= -max_len=8192 -timeout=10 -rss_limit_mb=1024 -malloc_limit_mb=256 -print_final_stats=1
 fuzz: deps
 	cmake -S . -B $(FUZZ_BUILD) -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
 	  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSPARAMLIB_BUILD_FUZZ=ON -DSPARAMLIB_BUILD_TESTS=OFF \
 	  -DSPARAMLIB_BUILD_BENCH=OFF $(CMAKE_FLAGS)
-	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target touchstone_fuzz
-	mkdir -p $(FUZZ_BUILD)/corpus && cp -n fuzz/corpus/touchstone/* $(FUZZ_BUILD)/corpus/
-	$(FUZZ_BUILD)/fuzz/touchstone_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=4096 $(FUZZ_BUILD)/corpus
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target $(FUZZ_READERS:%=%_fuzz)
+	set -e; for r in $(FUZZ_READERS); do \
+	  mkdir -p $(FUZZ_BUILD)/corpus/$$r $(FUZZ_BUILD)/crashes; \
+	  echo "fuzz: $$r for $(FUZZ_SECONDS) s"; \
+	  $(FUZZ_BUILD)/fuzz/$${r}_fuzz -max_total_time=$(FUZZ_SECONDS) $(FUZZ_FLAGS) \
+	    -artifact_prefix=$(FUZZ_BUILD)/crashes/$$r- $(FUZZ_BUILD)/corpus/$$r fuzz/corpus/$$r; \
+	done
 
 bench: build
 	scripts/run-bench.sh $(BUILD)

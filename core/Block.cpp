@@ -518,6 +518,34 @@ void CBlock::ClearReadError() const { Root().m_ReadError.clear(); }
 
 void CBlock::SetReadError(std::string_view message) const { Root().m_ReadError = AString(message); }
 
+namespace {
+
+// A message is one line: names and values from the file may hold any byte
+// (a quoted name or string can hold a line end), so control characters are
+// shown as the escapes the text form uses.
+AString OneLine(const AString& message) {
+  constexpr char kHex[] = "0123456789abcdef";
+  AString out;
+  for (const char ch : message) {
+    const auto c = static_cast<unsigned char>(ch);
+    if (c >= 0x20 && c != 0x7f) {
+      out += ch;
+    } else if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\r') {
+      out += "\\r";
+    } else if (c == '\t') {
+      out += "\\t";
+    } else {
+      const char escape[] = {'\\', 'x', kHex[c >> 4], kHex[c & 15], 0};
+      out += escape;
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
 ReadError CBlock::ReportReadError(ReadError code, long item, std::string_view what) const {
   const CBlock& root = Root();
   if (!root.m_ReadError.empty()) return code;
@@ -532,7 +560,7 @@ ReadError CBlock::ReportReadError(ReadError code, long item, std::string_view wh
   // The unnamed root is the file itself; naming it would only add noise.
   if (!m_Name.empty() || m_Parent) message += "in block \"" + m_Name + "\": ";
   message += what;
-  root.m_ReadError = std::move(message);
+  root.m_ReadError = OneLine(message);
   return code;
 }
 

@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <cstdlib>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -176,6 +177,13 @@ void AppendValue(std::string& out, const CItemView& item, size_t k) {
 
 // ---- Reader ---------------------------------------------------------------
 
+// What a line past the limit is told, by the file reader and the parser alike.
+std::string LineLimitExpected() {
+  std::string s = "at most ";
+  AppendInteger(s, static_cast<std::int64_t>(kMaxLineBytes));
+  return s + " bytes (64 MiB) on a line";
+}
+
 class CTextReader {
  public:
   CTextReader(std::string_view text, std::string_view source, CBlock& root)
@@ -209,11 +217,17 @@ class CTextReader {
                                                : static_cast<int>(c);
   }
 
+  // Line numbers as items keep them (an int; no real file has more lines).
+  int ItemLine() const {
+    return m_Line > std::numeric_limits<int>::max() ? std::numeric_limits<int>::max() : static_cast<int>(m_Line);
+  }
+
   void SkipSpace();
+  void LineTooLong();
   // Records the message for a place on the current line.
   bool Fail(const char* at, std::string_view expected, std::string_view found);
   // Same, for a place remembered from an earlier line.
-  bool FailAt(int line, int column, std::string_view expected, std::string_view found);
+  bool FailAt(long line, long column, std::string_view expected, std::string_view found);
   std::string Describe(const char* at) const;
   std::string DescribeWord(const char* at) const;
   std::string DescribeByte(const char* at) const;
@@ -233,7 +247,10 @@ class CTextReader {
   const char* m_P;
   const char* m_End;
   const char* m_LineStart;
-  int m_Line = 1;
+  long m_Line = 1;
+  // A line past kMaxLineBytes was met: its message stands, and the reader
+  // goes to the end of the text (where it fails) without another message.
+  bool m_TooLong = false;
   std::string_view m_Source;
   CBlock& m_Root;
   std::string m_NameText;   // decoded quoted item name
@@ -247,6 +264,10 @@ void CTextReader::SkipSpace() {
     if (c == ' ' || c == '\t' || c == '\r') {
       ++m_P;
     } else if (c == '\n') {
+      if (static_cast<size_t>(m_P - m_LineStart) > kMaxLineBytes) [[unlikely]] {
+        LineTooLong();
+        return;
+      }
       ++m_P;
       ++m_Line;
       m_LineStart = m_P;
@@ -257,6 +278,14 @@ void CTextReader::SkipSpace() {
       return;
     }
   }
+}
+
+// Every line end passes SkipSpace (strings hold none, comments stop before
+// theirs), and so does the end of the text: the one place lengths are seen.
+void CTextReader::LineTooLong() {
+  FailAt(m_Line, static_cast<long>(kMaxLineBytes) + 1, LineLimitExpected(), "more");
+  m_TooLong = true;
+  m_P = m_End;
 }
 
 std::string CTextReader::Quote(std::string_view s) {
@@ -302,7 +331,8 @@ bool CTextReader::Fail(const char* at, std::string_view expected, std::string_vi
   return FailAt(m_Line, Column(at), expected, found);
 }
 
-bool CTextReader::FailAt(int line, int column, std::string_view expected, std::string_view found) {
+bool CTextReader::FailAt(long line, long column, std::string_view expected, std::string_view found) {
+  if (m_TooLong) return false;  // the line's own message stands
   m_Error.assign(m_Source);
   m_Error += ':';
   AppendInteger(m_Error, line);
@@ -610,6 +640,11 @@ bool CTextReader::Run() {
   for (;;) {
     SkipSpace();
     if (m_P == m_End) {
+      if (m_TooLong) return false;
+      if (static_cast<size_t>(m_End - m_LineStart) > kMaxLineBytes) {  // the last line, without a line end
+        LineTooLong();
+        return false;
+      }
       if (stack.size() == 1) return true;
       const Open& open = stack.back();
       std::string expected = "'}' to close the block " + Quote(open.block->GetName()) +
@@ -626,7 +661,7 @@ bool CTextReader::Run() {
     }
     CBlock& block = *stack.back().block;
     const char* nameAt = m_P;
-    const int line = m_Line, column = Column(nameAt);
+    const int line = ItemLine(), column = Column(nameAt);
     std::string_view name;
     if (!ReadName(name, stack.size() == 1 ? "an item name or end of file" : "an item name or '}'"))
       return false;
@@ -683,45 +718,78 @@ bool CTextReader::Run() {
 
 std::string ErrnoText(int err) { return std::strerror(err); }
 
-// The whole file in one buffer; regular files are read with one call.
-bool ReadWholeFile(const std::filesystem::path& path, std::unique_ptr<char[]>& data, size_t& size,
-                   std::string& reason) {
+struct Free {
+  void operator()(char* p) const { std::free(p); }
+};
+using Buffer = std::unique_ptr<char, Free>;
+
+enum class FileRead { kOk, kFailed, kLineTooLong };
+
+// The whole file in one buffer, read a piece at a time so that a line
+// longer than kMaxLineBytes is caught within a piece of its limit: a file
+// without line ends, or /dev/zero, costs no more than that. The buffer
+// grows by realloc, which remaps a large block instead of copying it, and
+// never more than a line's limit ahead of the line being read, so neither a
+// device without a size nor a sparse file that claims terabytes is trusted
+// with an allocation. On kLineTooLong, `line` is that line's number.
+FileRead ReadWholeFile(const std::filesystem::path& path, Buffer& data, size_t& size, std::string& reason,
+                       long& line) {
+  constexpr size_t kPiece = size_t{8} << 20;  // at most kMaxLineBytes: a line inside a piece is short enough
+  static_assert(kPiece <= kMaxLineBytes);
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     reason = ErrnoText(errno);
-    return false;
+    return FileRead::kFailed;
   }
   struct stat st {};
   if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
     reason = S_ISDIR(st.st_mode) ? "is a directory" : ErrnoText(errno);
     ::close(fd);
-    return false;
+    return FileRead::kFailed;
   }
-  // Pipes and some special files report no size; grow as needed for those.
-  size_t capacity = st.st_size > 0 ? static_cast<size_t>(st.st_size) + 1 : 65536;
-  data.reset(new char[capacity]);
+  const auto fail = [&](int err) {
+    reason = ErrnoText(err);
+    ::close(fd);
+    return FileRead::kFailed;
+  };
+  size_t lineStart = 0;  // offset of the line not yet ended
+  // A regular file's size is the first guess, up to a line's limit.
+  size_t capacity = st.st_size > 0 ? std::min(static_cast<size_t>(st.st_size) + 1, kMaxLineBytes + kPiece) : kPiece;
+  data.reset(static_cast<char*>(std::malloc(capacity)));
+  if (!data) return fail(ENOMEM);
   size = 0;
   for (;;) {
     if (size == capacity) {
-      std::unique_ptr<char[]> bigger(new char[capacity * 2]);
-      std::memcpy(bigger.get(), data.get(), size);
-      data = std::move(bigger);
-      capacity *= 2;
+      size_t grown = std::max(2 * capacity, size + kPiece);
+      grown = std::min(grown, std::max(size + kPiece, lineStart + kMaxLineBytes + kPiece));
+      char* const bigger = static_cast<char*>(std::realloc(data.get(), grown));
+      if (!bigger) return fail(ENOMEM);
+      (void)data.release();
+      data.reset(bigger);
+      capacity = grown;
     }
-    const ssize_t n = ::read(fd, data.get() + size, capacity - size);
+    const ssize_t n = ::read(fd, data.get() + size, std::min(capacity - size, kPiece));
     if (n < 0) {
       if (errno == EINTR) continue;
-      reason = ErrnoText(errno);
-      ::close(fd);
-      return false;
+      return fail(errno);
     }
     if (n == 0) break;
+    const char* const piece = data.get() + size;
     size += static_cast<size_t>(n);
+    // Lines that begin and end inside the piece are shorter than it; only
+    // the line the piece continues, and the one it leaves open, are checked.
+    const auto* first = static_cast<const char*>(std::memchr(piece, '\n', static_cast<size_t>(n)));
+    const size_t firstEnd = first ? static_cast<size_t>(first - data.get()) : size;
+    if (firstEnd - lineStart > kMaxLineBytes) {
+      line = 1 + static_cast<long>(std::count(data.get(), data.get() + lineStart, '\n'));
+      ::close(fd);
+      return FileRead::kLineTooLong;
+    }
+    if (first) lineStart = static_cast<size_t>(static_cast<const char*>(::memrchr(piece, '\n', static_cast<size_t>(n))) - data.get()) + 1;
   }
   ::close(fd);
-  return true;
+  return FileRead::kOk;
 }
-
 
 }  // namespace
 
@@ -832,16 +900,24 @@ ReadError ParseBlockText(std::string_view text, std::string_view sourceName, CBl
 
 ReadError ReadBlockFile(const std::filesystem::path& path, CBlock& root) {
   const std::string name = path.string();
-  std::unique_ptr<char[]> data;
+  Buffer data;
   size_t size = 0;
   std::string reason;
-  if (!ReadWholeFile(path, data, size, reason)) {
-    root.Clear();
-    root.SetSourceName(name);
-    root.SetReadError(name + ": cannot read the file: " + reason);
-    return kReadFileError;
+  long line = 0;
+  const FileRead read = ReadWholeFile(path, data, size, reason, line);
+  if (read == FileRead::kOk) return ParseBlockText(std::string_view(data.get(), size), name, root);
+  root.Clear();
+  root.SetSourceName(name);
+  if (read == FileRead::kLineTooLong) {
+    std::string message = name + ":";
+    AppendInteger(message, line);
+    message += ":";
+    AppendInteger(message, static_cast<std::int64_t>(kMaxLineBytes) + 1);
+    root.SetReadError(message + ": expected " + LineLimitExpected() + ", found more");
+    return kReadSyntax;
   }
-  return ParseBlockText(std::string_view(data.get(), size), name, root);
+  root.SetReadError(name + ": cannot read the file: " + reason);
+  return kReadFileError;
 }
 
 bool WriteBlockFile(const std::filesystem::path& path, const CBlock& root, AString* error) {

@@ -2,6 +2,7 @@
 #include "sparamlib/data/BlockMatrixIO.h"
 
 #include <charconv>
+#include <vector>
 
 namespace nd {
 namespace {
@@ -54,6 +55,13 @@ ReadError ReadComplexItems(const CBlock& block, AComplex<double>* out, int count
   return io::kReadOk;
 }
 
+// How many "c" items a block holds, for a message.
+size_t CountComplexItems(const CBlock& block) {
+  size_t count = 0;
+  for (size_t k = 0; k < block.GetNumItems(); ++k) count += block.GetItem(k).GetName() == "c";
+  return count;
+}
+
 // Reads a required integer dimension; absence is an error here.
 ReadError ReadDimension(const CBlock& block, const char* key, int& value) {
   const ReadError r = block.GetInteger(key, value);
@@ -93,8 +101,7 @@ void ReadOptionalVector(const CBlock& block, std::string_view key,
   const long index = block.FindItem(key);
   if (index < 0) return;
   const CBlock* item = block.GetItem(static_cast<size_t>(index)).GetBlock();
-  if (!vector || vector->size() != n) vector = std::make_unique<TNT::CVector>(n);
-  if (!item || ReadVector(*item, *vector) != io::kReadOk) vector.reset();
+  if (!item || ReadVector(*item, n, vector) != io::kReadOk) vector.reset();
 }
 
 void StoredMatrixSize(const CBlock& item, int& rows, int& cols) {
@@ -113,13 +120,17 @@ void StoredMatrixSize(const CBlock& item, int& rows, int& cols) {
   cols = static_cast<int>(n);
 }
 
-ReadError ReadMatrix(const CBlock& item, TNT::CMatrix& matrix) {
-  int rows = -1, cols = -1;
-  ReadError r = ReadDimension(item, "m", rows);
+ReadError ReadMatrix(const CBlock& item, int rows, int cols, std::unique_ptr<TNT::CMatrix>& matrix) {
+  int m = -1, n = -1;
+  ReadError r = ReadDimension(item, "m", m);
   if (r != io::kReadOk) return r;
-  if ((r = ReadDimension(item, "n", cols)) != io::kReadOk) return r;
-  if (rows != matrix.num_rows() || cols != matrix.num_cols()) return io::kReadBadValue;
+  if ((r = ReadDimension(item, "n", n)) != io::kReadOk) return r;
+  if (m != rows || n != cols) return io::kReadBadValue;
 
+  // Every row block and room for its items first: nothing of the claimed
+  // size is allocated before the block is seen to hold it. (The row count
+  // is bounded by the items found, so the list of rows is, too.)
+  std::vector<const CBlock*> found;
   char name[16];
   size_t hint = 0;
   for (int i = 0; i < rows; ++i) {
@@ -133,21 +144,40 @@ ReadError ReadMatrix(const CBlock& item, TNT::CMatrix& matrix) {
                                   AString::Format("expected the row block \"%.*s\"",
                                                   static_cast<int>(rowName.size()), rowName.data()));
     }
+    if (row->GetNumItems() < static_cast<size_t>(cols)) {
+      return row->ReportReadError(io::kReadBadValue, -1,
+                                  AString::Format("expected %d \"c\" items, found %zu", cols, CountComplexItems(*row)));
+    }
     hint = static_cast<size_t>(k) + 1;
-    if ((r = ReadComplexItems(*row, matrix[i], cols)) != io::kReadOk) return r;
+    found.push_back(row);
   }
+  if (!matrix || matrix->num_rows() != rows || matrix->num_cols() != cols)
+    matrix = std::make_unique<TNT::CMatrix>(rows, cols);
+  for (int i = 0; i < rows; ++i)
+    if ((r = ReadComplexItems(*found[static_cast<size_t>(i)], (*matrix)[i], cols)) != io::kReadOk) return r;
   return io::kReadOk;
 }
 
-ReadError ReadVector(const CBlock& item, TNT::CVector& vector) {
-  int n = -1;
-  const ReadError r = ReadDimension(item, "n", n);
+ReadError ReadVector(const CBlock& item, int n, std::unique_ptr<TNT::CVector>& vector) {
+  int stored = -1;
+  const ReadError r = ReadDimension(item, "n", stored);
   if (r != io::kReadOk) return r;
-  if (n != vector.size()) {
+  if (n >= 0 && stored != n) {
     return item.ReportReadError(io::kReadBadValue, item.FindItem("n"),
-                                AString::Format("expected \"n\" = %d, found %d", vector.size(), n));
+                                AString::Format("expected \"n\" = %d, found %d", n, stored));
   }
-  return ReadComplexItems(item, vector.data(), n);
+  if (stored < 0) {
+    return item.ReportReadError(io::kReadBadValue, item.FindItem("n"),
+                                AString::Format("expected \"n\" of 0 or more, found %d", stored));
+  }
+  // "n" and a "c" item per element: a length beyond the items is refused
+  // before it is allocated.
+  if (item.GetNumItems() < static_cast<size_t>(stored) + 1) {
+    return item.ReportReadError(io::kReadBadValue, item.FindItem("n"),
+                                AString::Format("expected %d \"c\" items, found %zu", stored, CountComplexItems(item)));
+  }
+  if (!vector || vector->size() != stored) vector = std::make_unique<TNT::CVector>(stored);
+  return ReadComplexItems(item, vector->data(), stored);
 }
 
 }  // namespace nd

@@ -213,14 +213,11 @@ io::ReadError CNetworkData::ReadStoredMatrix(const io::CBlock& block, const char
     return block.ReportReadError(io::kReadWrongType, index,
                                  AString::Format("\"%s\": expected a matrix block", key));
   }
-  if (!matrix || matrix->num_rows() != n || matrix->num_cols() != n) {
-    matrix = std::make_unique<CMatrix>(n, n);
-  }
-  io::ReadError r = nd::ReadMatrix(*item, *matrix);
+  // The stored size is checked before anything of it is allocated.
+  io::ReadError r = nd::ReadMatrix(*item, n, n, matrix);
   const int stored = m_Owner ? m_Owner->GetNumStoredEntries() : 0;
   if (r != io::kReadOk && stored > n) {
-    matrix->newsize(stored, stored);
-    r = nd::ReadMatrix(*item, *matrix);
+    r = nd::ReadMatrix(*item, stored, stored, matrix);
     if (r == io::kReadOk) m_Owner->AdaptStoredMatrix(*matrix);
   }
   if (r != io::kReadOk) {

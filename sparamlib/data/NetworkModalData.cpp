@@ -115,11 +115,7 @@ int CNetworkModalData::ReadFromBlock(const io::CBlock& block) {
   if (const long index = block.FindItem("TerminalTransform"); index >= 0) {
     const io::CBlock* item = block.GetItem(static_cast<size_t>(index)).GetBlock();
     const int terminals = GetOwner() ? GetOwner()->GetNumTerminals() : n;
-    if (!m_TerminalTransform || m_TerminalTransform->num_rows() != terminals ||
-        m_TerminalTransform->num_cols() != n) {
-      m_TerminalTransform = std::make_unique<CMatrix>(terminals, n);
-    }
-    if (!item || nd::ReadMatrix(*item, *m_TerminalTransform) != io::kReadOk)
+    if (!item || nd::ReadMatrix(*item, terminals, n, m_TerminalTransform) != io::kReadOk)
       m_TerminalTransform.reset();
   }
   return result;

@@ -129,8 +129,8 @@ int InterpolateBRI::ReadFromBlock(const io::CBlock& block) {
       return item->ReportReadError(io::kReadBadValue, item->FindItem("n"),
                                    "expected a weight vector length \"n\" of at least 1");
     }
-    auto w = std::make_unique<TNT::CVector>(length);
-    result = nd::ReadVector(*item, *w);
+    std::unique_ptr<TNT::CVector> w;  // allocated once its items are seen
+    result = nd::ReadVector(*item, length, w);
     if (result != io::kReadOk) return result;
     read.m_Weights.push_back(std::move(w));
   }

@@ -63,6 +63,23 @@ std::optional<ArrayName> ParseArrayName(std::string_view text) {
   return std::nullopt;
 }
 
+// The frequency list as the file gives it: runs of listed values (kept in
+// m_Frequencies) and segments, in order.
+struct Piece {
+  bool segment;
+  size_t first;  // of a run, in m_Frequencies
+  size_t count;
+  double start = 0.0, stop = 0.0;  // of a segment
+  long line = 0;
+  size_t column = 0;
+};
+
+// The k-th frequency of a segment: evenly spaced from start to stop, both included.
+double SegmentFrequency(const Piece& piece, std::uint64_t k) {
+  if (piece.count == 1) return piece.start;
+  return piece.start + (piece.stop - piece.start) * static_cast<double>(k) / static_cast<double>(piece.count - 1);
+}
+
 class CCitifileParser : public CLineParser {
  public:
   using CLineParser::CLineParser;
@@ -136,9 +153,9 @@ class CCitifileParser : public CLineParser {
       }
       m_Stage = word == "var_list_begin" ? kVarList : kSegList;
     } else if (word == "begin") {
-      if (m_Frequencies.size() != static_cast<size_t>(m_Count)) {
+      if (m_Listed != static_cast<std::uint64_t>(m_Count)) {
         Fail(column, "expected the " + std::to_string(m_Count) + " frequencies of VAR FREQ before BEGIN, found " +
-                         std::to_string(m_Frequencies.size()));
+                         std::to_string(m_Listed));
         return;
       }
       if (m_Block == m_Arrays.size()) {
@@ -146,7 +163,9 @@ class CCitifileParser : public CLineParser {
         return;
       }
       m_Stage = kBlock;
-      m_Values[m_Block].reserve(static_cast<size_t>(m_Count));
+      // The values are counted as they arrive, not believed from VAR: room
+      // for a modest block at once, more only as the file holds it.
+      m_Values[m_Block].reserve(std::min<size_t>(static_cast<size_t>(m_Count), 4096));
     } else {
       Fail(column, "expected a Citifile keyword (NAME, VAR, DATA, VAR_LIST_BEGIN, SEG_LIST_BEGIN, BEGIN, "
                    "COMMENT, CONSTANT), found \"" + std::string(t) + "\"");
@@ -209,29 +228,77 @@ class CCitifileParser : public CLineParser {
   }
 
   void AddFrequency(double f, size_t column) {
-    if (!m_Frequencies.empty() && !(f > m_Frequencies.back())) {
+    if (m_Listed > 0 && !(f > m_LastListed)) {
       Fail(column, AString::Format("expected frequencies in increasing order, found %.10g after %.10g", f,
-                                   m_Frequencies.back()));
+                                   m_LastListed));
       return;
     }
-    if (m_Frequencies.size() == static_cast<size_t>(m_Count)) {
+    if (m_Listed == static_cast<std::uint64_t>(m_Count)) {
       Fail(column, "found more than the " + std::to_string(m_Count) + " frequencies that VAR FREQ declares");
       return;
     }
+    if (m_Pieces.empty() || m_Pieces.back().segment) m_Pieces.push_back({false, m_Frequencies.size(), 0});
+    ++m_Pieces.back().count;
     m_Frequencies.push_back(f);
+    m_LastListed = f;
+    ++m_Listed;
   }
 
+  // A segment is kept as its three numbers: its frequencies are made only
+  // once the data blocks have shown, value by value, that the file holds as
+  // many, so that "SEG 0 1 100000000" in a small file costs nothing.
   void Segment(std::string_view rest, size_t column) {
     double v[3];
     int count = 0;
     const bool ok = ForEachToken(rest, [&](const Token& token) { return count < 3 && ParseNumber(token.text, v[count++]); });
-    if (!ok || count != 3 || v[2] < 1 || v[2] != std::floor(v[2]) || v[2] > 1e8) {
-      Fail(column, "expected SEG start stop count, found \"" + std::string(rest) + "\"");
+    if (!ok || count != 3 || v[2] < 1 || v[2] != std::floor(v[2]) || v[2] > 1e8 || !std::isfinite(v[0]) ||
+        !std::isfinite(v[1]) || v[0] < 0.0) {
+      Fail(column, "expected SEG start stop count (finite frequencies of 0 Hz or more), found \"" +
+                       std::string(rest) + "\"");
       return;
     }
-    const int points = static_cast<int>(v[2]);
-    for (int k = 0; k < points && !m_Failed; ++k)
-      AddFrequency(points == 1 ? v[0] : v[0] + (v[1] - v[0]) * k / (points - 1), column);
+    const auto points = static_cast<std::uint64_t>(v[2]);
+    if (m_Listed > 0 && !(v[0] > m_LastListed)) {
+      Fail(column, AString::Format("expected frequencies in increasing order, found %.10g after %.10g", v[0],
+                                   m_LastListed));
+      return;
+    }
+    if (points > static_cast<std::uint64_t>(m_Count) - m_Listed) {
+      Fail(column, "found more than the " + std::to_string(m_Count) + " frequencies that VAR FREQ declares");
+      return;
+    }
+    Piece piece{true, 0, static_cast<size_t>(points)};
+    if (points > 1 && !(v[1] > v[0])) {
+      Fail(column, AString::Format("expected frequencies in increasing order, found %.10g after %.10g",
+                                   SegmentFrequency({true, 0, static_cast<size_t>(points), v[0], v[1]}, 1), v[0]));
+      return;
+    }
+    piece.start = v[0];
+    piece.stop = v[1];
+    piece.line = m_Line;
+    piece.column = column;
+    m_Pieces.push_back(piece);
+    m_LastListed = SegmentFrequency(piece, points - 1);
+    m_Listed += points;
+  }
+
+  // Every frequency in order, segments made now; false (and a failure at
+  // the segment's line) where one does not increase.
+  bool ListFrequencies(std::vector<double>& out) {
+    out.reserve(static_cast<size_t>(m_Listed));
+    for (const Piece& piece : m_Pieces) {
+      for (size_t k = 0; k < piece.count; ++k) {
+        const double f = piece.segment ? SegmentFrequency(piece, k) : m_Frequencies[piece.first + k];
+        if (piece.segment && !out.empty() && !(f > out.back())) {
+          m_Line = piece.line;
+          Fail(piece.column, AString::Format("expected frequencies in increasing order, found %.10g after %.10g", f,
+                                             out.back()));
+          return false;
+        }
+        out.push_back(f);
+      }
+    }
+    return true;
   }
 
   void Value(std::string_view t, size_t column) {
@@ -239,12 +306,20 @@ class CCitifileParser : public CLineParser {
     double a = 0.0, b = 0.0;
     const size_t comma = t.find(',');
     const bool magnitude = m_Magnitude[m_Block];
+    const std::string_view first = magnitude ? t : Trim(t.substr(0, comma));
+    const std::string_view second = magnitude ? std::string_view() : Trim(t.substr(comma + 1));
     const bool ok = magnitude ? ParseNumber(t, a)
-                              : comma != std::string_view::npos && ParseNumber(Trim(t.substr(0, comma)), a) &&
-                                    ParseNumber(Trim(t.substr(comma + 1)), b);
+                              : comma != std::string_view::npos && ParseNumber(first, a) && ParseNumber(second, b);
     if (!ok) {
       Fail(column, std::string(magnitude ? "expected one number" : "expected real,imaginary") +
                        " or END, found \"" + std::string(t) + "\"");
+      return;
+    }
+    // nan and inf read as numbers but are no data.
+    if (!std::isfinite(a) || !std::isfinite(b)) {
+      const std::string_view bad = std::isfinite(a) ? second : first;
+      Fail(column + static_cast<size_t>(bad.data() - t.data()),
+           "expected a finite number, found \"" + std::string(bad) + "\"");
       return;
     }
     if (values.size() == static_cast<size_t>(m_Count)) {
@@ -300,8 +375,9 @@ class CCitifileParser : public CLineParser {
                               n));
       return nullptr;
     }
-    std::vector<int> element(static_cast<size_t>(n * n), -1), impedance(static_cast<size_t>(n), -1),
-        gamma(static_cast<size_t>(n), -1);
+    // Indices in 64 bits: n * n passes an int's range above 46340 ports.
+    const size_t nn = static_cast<size_t>(n) * static_cast<size_t>(n);
+    std::vector<int> element(nn, -1), impedance(static_cast<size_t>(n), -1), gamma(static_cast<size_t>(n), -1);
     for (size_t k = 0; k < m_Arrays.size(); ++k) {
       const ArrayName& a = m_Arrays[k];
       if (a.i >= n) {  // a port vector beyond the matrix
@@ -310,7 +386,8 @@ class CCitifileParser : public CLineParser {
                     " ports of the matrix data");
         return nullptr;
       }
-      int& slot = a.role == ArrayName::kMatrix ? element[static_cast<size_t>(a.i * n + a.j)]
+      int& slot = a.role == ArrayName::kMatrix ? element[static_cast<size_t>(a.i) * static_cast<size_t>(n) +
+                                                         static_cast<size_t>(a.j)]
                   : a.role == ArrayName::kImpedance ? impedance[static_cast<size_t>(a.i)]
                                                      : gamma[static_cast<size_t>(a.i)];
       if (slot >= 0) {
@@ -320,13 +397,15 @@ class CCitifileParser : public CLineParser {
       }
       slot = static_cast<int>(k);
     }
-    for (int k = 0; k < n * n; ++k) {
-      if (element[static_cast<size_t>(k)] < 0) {
-        Fail(0, AString::Format("expected DATA %c[%d,%d]: every element of the %d-port matrix", *m_Kind,
-                                k / n + 1, k % n + 1, n));
+    for (size_t k = 0; k < nn; ++k) {
+      if (element[k] < 0) {
+        Fail(0, AString::Format("expected DATA %c[%zu,%zu]: every element of the %d-port matrix", *m_Kind,
+                                k / static_cast<size_t>(n) + 1, k % static_cast<size_t>(n) + 1, n));
         return nullptr;
       }
     }
+    std::vector<double> frequencies;
+    if (!ListFrequencies(frequencies)) return nullptr;
     const bool haveImpedance = impedance[0] >= 0, haveGamma = gamma[0] >= 0;
     for (int k = 0; k < n; ++k) {
       if ((impedance[static_cast<size_t>(k)] >= 0) != haveImpedance || (gamma[static_cast<size_t>(k)] >= 0) != haveGamma) {
@@ -344,10 +423,10 @@ class CCitifileParser : public CLineParser {
       solution->AddMatrixEntry(entry);
     }
     const auto array = [&](int index, size_t f) { return m_Values[static_cast<size_t>(index)][f]; };
-    for (size_t f = 0; f < m_Frequencies.size(); ++f) {
-      auto point = std::make_unique<CNetworkModalData>(solution.get(), m_Frequencies[f], CNetworkData::ExactPoint);
+    for (size_t f = 0; f < frequencies.size(); ++f) {
+      auto point = std::make_unique<CNetworkModalData>(solution.get(), frequencies[f], CNetworkData::ExactPoint);
       auto m = std::make_unique<CMatrix>(n, n);
-      for (int k = 0; k < n * n; ++k) m->data()[k] = array(element[static_cast<size_t>(k)], f);
+      for (size_t k = 0; k < nn; ++k) m->data()[k] = array(element[k], f);
       auto z = std::make_unique<CVector>(n, Complex(kDefaultReferenceOhms));
       if (haveImpedance)
         for (int k = 0; k < n; ++k) (*z)[k] = array(impedance[static_cast<size_t>(k)], f);
@@ -369,7 +448,10 @@ class CCitifileParser : public CLineParser {
   bool m_SeenCitifile = false;
   int m_Count = -1;
   std::optional<char> m_Kind;
+  std::vector<Piece> m_Pieces;
   std::vector<double> m_Frequencies;
+  std::uint64_t m_Listed = 0;  // frequencies listed so far, segments included
+  double m_LastListed = 0.0;
   std::vector<ArrayName> m_Arrays;
   std::vector<bool> m_Magnitude;
   std::vector<long> m_ArrayLines;

@@ -1,15 +1,19 @@
 // Block-wise line reading and number tokens for the network-file readers.
 #include "sparamlib/formats/LineReader.h"
 
+#include "core/BlockText.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
 
 namespace nd {
+static_assert(kMaxLineBytes == io::kMaxLineBytes, "one line limit for every reader");
 namespace {
 
 // Large enough that a read call costs nothing next to parsing its bytes,
@@ -27,8 +31,14 @@ CLineReader::CLineReader(const std::filesystem::path& path) {
     m_Eof = true;
     return;
   }
-  m_Buffer.resize(kBlockSize);
-  m_Text = std::string_view(m_Buffer.data(), 0);
+  m_Buffer.reset(static_cast<char*>(std::malloc(kBlockSize)));
+  if (!m_Buffer) {
+    m_Error = std::strerror(ENOMEM);
+    m_Eof = true;
+    return;
+  }
+  m_Capacity = kBlockSize;
+  m_Text = std::string_view(m_Buffer.get(), 0);
 }
 
 CLineReader::~CLineReader() {
@@ -36,15 +46,30 @@ CLineReader::~CLineReader() {
 }
 
 // Moves the unread bytes to the front of the buffer and reads more behind
-// them, growing the buffer when one line fills it. False at the end.
+// them, growing the buffer when one line fills it, up to the longest line
+// (and its line end). False at the end.
 bool CLineReader::Fill() {
   if (m_Eof) return false;
   const size_t kept = m_Text.size();
-  if (kept > 0 && m_Text.data() != m_Buffer.data()) std::memmove(m_Buffer.data(), m_Text.data(), kept);
-  if (kept == m_Buffer.size()) m_Buffer.resize(m_Buffer.size() * 2);
+  if (kept > 0 && m_Text.data() != m_Buffer.get()) std::memmove(m_Buffer.get(), m_Text.data(), kept);
+  if (kept == m_Capacity) {
+    // Next() stops at a line longer than kMaxLineBytes, so here kept is at
+    // most that and the buffer below holds the line and one byte more.
+    const size_t grown = std::min(2 * m_Capacity, kMaxLineBytes + 1);
+    char* const bigger = static_cast<char*>(std::realloc(m_Buffer.get(), grown));
+    if (!bigger) {
+      m_Error = std::strerror(ENOMEM);
+      m_Eof = true;
+      m_Text = std::string_view();
+      return false;
+    }
+    (void)m_Buffer.release();
+    m_Buffer.reset(bigger);
+    m_Capacity = grown;
+  }
   ssize_t got;
   do {
-    got = ::read(m_Fd, m_Buffer.data() + kept, m_Buffer.size() - kept);
+    got = ::read(m_Fd, m_Buffer.get() + kept, m_Capacity - kept);
   } while (got < 0 && errno == EINTR);
   if (got < 0) {
     m_Error = std::strerror(errno);
@@ -53,23 +78,38 @@ bool CLineReader::Fill() {
     return false;
   }
   if (got == 0) m_Eof = true;
-  m_Text = std::string_view(m_Buffer.data(), kept + static_cast<size_t>(got));
+  m_Text = std::string_view(m_Buffer.get(), kept + static_cast<size_t>(got));
   FindWholeEnd();
   return got > 0;
 }
 
+// The line after the last one handed out is too long: it is counted, so
+// that LineNumber() names it, and nothing more is read.
+bool CLineReader::TooLong() {
+  ++m_Line;
+  m_TooLong = true;
+  m_Eof = true;
+  m_Text = std::string_view();
+  m_WholeEnd = nullptr;
+  return false;
+}
+
 bool CLineReader::Next(std::string_view& line) {
+  if (m_TooLong) return false;
   while (true) {
     const void* found = m_Text.empty() ? nullptr : std::memchr(m_Text.data(), '\n', m_Text.size());
     if (found) {
       const size_t length = static_cast<size_t>(static_cast<const char*>(found) - m_Text.data());
+      if (length > kMaxLineBytes) return TooLong();  // only text in memory gets here
       line = m_Text.substr(0, length);
       m_Text.remove_prefix(length + 1);
       ++m_Line;
       return true;
     }
+    if (m_Text.size() > kMaxLineBytes) return TooLong();
     if (!Fill()) {
       if (!m_Error.empty() || m_Text.empty()) return false;
+      if (m_Text.size() > kMaxLineBytes) return TooLong();
       line = m_Text;  // the last line has no line end
       m_Text = std::string_view();
       ++m_Line;
@@ -101,6 +141,11 @@ bool CLineParser::RunLines(CLineReader& lines) {
     if (!lines.Next(line)) break;
     m_Line = lines.LineNumber();
     Line(line);
+  }
+  if (!m_Failed && lines.LineTooLong()) {
+    m_Line = lines.LineNumber();
+    Fail(kMaxLineBytes, "expected at most " + std::to_string(kMaxLineBytes) +
+                            " bytes (64 MiB) on a line, found more");
   }
   if (!m_Failed && !lines.error().empty()) {
     m_Failed = true;

@@ -5,12 +5,22 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace nd {
+
+// The longest line the readers take, in bytes without its line end. A file
+// is read a block at a time, but one line must fit the buffer whole; this
+// bound keeps a file without line ends (or /dev/zero) from being buffered
+// until memory runs out, while any real line, even a record of thousands of
+// ports on one line, is far shorter. The project-file reader has the same
+// bound (io::kMaxLineBytes).
+inline constexpr size_t kMaxLineBytes = size_t{64} << 20;
 
 class CLineReader {
  public:
@@ -23,9 +33,12 @@ class CLineReader {
   CLineReader& operator=(const CLineReader&) = delete;
 
   // The next line without its line end ("\n", "\r\n" or "\r\n" split by a
-  // block boundary); false at the end of the input or after a read error.
-  // The view stays valid until the next call.
+  // block boundary); false at the end of the input, after a read error or
+  // at a line longer than kMaxLineBytes (then LineTooLong() is true and
+  // LineNumber() is that line's number). The view stays valid until the
+  // next call.
   bool Next(std::string_view& line);
+  bool LineTooLong() const { return m_TooLong; }
   // 1-based number of the line Next returned last.
   long LineNumber() const { return m_Line; }
   // The buffered lines after the one Next returned last, up to and
@@ -42,14 +55,23 @@ class CLineReader {
   const std::string& error() const { return m_Error; }
 
  private:
+  struct Free {
+    void operator()(char* p) const { std::free(p); }
+  };
+
   bool Fill();
   void FindWholeEnd();
+  bool TooLong();
 
   int m_Fd = -1;
   std::string_view m_Text;  // unread text (memory) or unread buffer bytes
-  std::vector<char> m_Buffer;
+  // Held by malloc, so that growing it for a long line moves no bytes (a
+  // large block is remapped) and needs no room for two copies at once.
+  std::unique_ptr<char, Free> m_Buffer;
+  size_t m_Capacity = 0;
   const char* m_WholeEnd = nullptr;  // past the last '\n' of the text or the buffer
   bool m_Eof = false;
+  bool m_TooLong = false;
   long m_Line = 0;
   std::string m_Error;
 };

@@ -68,12 +68,18 @@ inline bool CTouchstoneParser::TakeLine(const char*& p, const char* end, long li
     if (tokens > room) return false;
     before = blanks >> 63;
   }
+  // A line beyond the longest allowed is left to the reader, which refuses
+  // it (text in memory may hold one; a file's buffer never does).
+  if (static_cast<size_t>(lineEnd - p) > kMaxLineBytes) return false;
   if (tokens == 0) {  // a blank line
     p = lineEnd + 1;
     return true;
   }
   if (m_Header.ports <= 2 && tokens != room) return false;  // such a record is one line
   const size_t skip = starts ? 1 : 0;
+  // The record's numbers are given room as they arrive.
+  if (const size_t need = starts ? rowValues : m_Count + room; need > m_Values.size()) [[unlikely]]
+    GrowValues(need);
   double* const out = m_Values.data() + (starts ? 0 : m_Count);
   double frequency = 0.0;
   for (size_t k = 0; k < tokens; ++k) {

@@ -2,6 +2,7 @@
 // lines of our own files, and the "! Gamma" / "! Port Impedance" lines our
 // writer puts behind each record, read back into the point before them.
 #include <algorithm>
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,11 @@ void CTouchstoneParser::VectorValues(std::string_view text, size_t column) {
     double v = 0.0;
     if (!ParseNumber(token.text, v)) {
       Fail(column + token.column, std::string("expected a number of the ") + VectorTitle() +
+                                      " line, found " + Quoted(token.text));
+      return false;
+    }
+    if (!std::isfinite(v)) {  // nan and inf parse, but are no impedance or propagation constant
+      Fail(column + token.column, std::string("expected a finite number of the ") + VectorTitle() +
                                       " line, found " + Quoted(token.text));
       return false;
     }

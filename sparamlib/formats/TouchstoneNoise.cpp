@@ -1,5 +1,6 @@
 // The noise block of a two-port: [Noise Data] in version 2, in version 1
 // the lines after the first frequency that does not increase.
+#include <cmath>
 #include <string>
 
 #include "sparamlib/formats/TouchstoneParser.h"
@@ -30,6 +31,10 @@ void CTouchstoneParser::NoiseLine(std::string_view content) {
     double v = 0.0;
     if (!ParseNumber(token.text, v)) {
       Fail(token.column, "expected a number, found " + Quoted(token.text));
+      return false;
+    }
+    if (!std::isfinite(v)) {
+      Fail(token.column, "expected a finite number on the noise line, found " + Quoted(token.text));
       return false;
     }
     if (count == 5) {

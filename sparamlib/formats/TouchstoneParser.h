@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "sparamlib/data/BlockMatrixIO.h"
 #include "sparamlib/data/NetworkModalData.h"
 #include "sparamlib/formats/LineReader.h"
 #include "sparamlib/formats/TouchstoneReader.h"
@@ -62,14 +63,16 @@ class CTouchstoneParser : public CLineParser {
 
   // ---- TouchstoneRecords.cpp ---------------------------------------------
   bool Prepare(size_t column);
+  void GrowValues(size_t need);
+  void Layout();
   void DataLine(std::string_view content, size_t start);
   bool StartRecord(double v, const Token& token, std::string_view content);
   void RowTooLong(const Token& token);
   void EndRecord();
-  void Angles();
+  bool Angles();
   template <class F>
   void Convert(Complex* data, F&& pair) const;
-  void Store(CNetworkModalData& point, std::unique_ptr<CMatrix> m);
+  bool Store(CNetworkModalData& point, std::unique_ptr<CMatrix> m);
   void FinishPending();
   void EndOfData();
 
@@ -129,9 +132,10 @@ class CTouchstoneParser : public CLineParser {
 
   // Record layout.
   bool m_Prepared = false;
-  std::vector<int> m_Target;   // matrix element of each pair
-  std::vector<int> m_Mirror;   // its transpose, for Lower and Upper
-  std::vector<int> m_RowPairs; // pairs per line-starting row
+  size_t m_Pairs = 0;             // value pairs per record
+  std::vector<size_t> m_Target;   // matrix element of each pair (from the first record on)
+  std::vector<size_t> m_Mirror;   // its transpose, for Lower and Upper
+  std::vector<int> m_RowPairs;    // pairs per line-starting row
   // The record being read.
   bool m_InRecord = false;
   bool m_RecordDone = false;
@@ -141,7 +145,7 @@ class CTouchstoneParser : public CLineParser {
   long m_RecordLine = 0;
   double m_Frequency = 0.0;
   double m_LastFrequency = 0.0;
-  std::vector<double> m_Values;  // the record's numbers after its frequency
+  std::vector<double> m_Values;  // the record's numbers after its frequency (grown as they arrive)
   size_t m_Count = 0;            // how many of them are read
   std::vector<double> m_Cos, m_Sin;  // of the record's angles
   std::vector<const char*> m_Firsts, m_Lasts;  // bounds of a line's tokens, in bulk

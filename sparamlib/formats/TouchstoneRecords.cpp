@@ -27,14 +27,19 @@ bool CTouchstoneParser::Prepare(size_t column) {
   }
   // One record holds two numbers per pair, each at least a digit and a
   // separator: a port count whose pairs outnumber the bytes of the whole
-  // input is not believed, before anything of its size is allocated (what
-  // is allocated stays a small multiple of the input).
+  // input is refused at once, saying why (where the size is known; nothing
+  // of the record's size is allocated before its numbers arrive anyway).
   const std::uint64_t pairs = m_Header.matrixFormat == TouchstoneHeader::kFull
                                   ? static_cast<std::uint64_t>(n) * static_cast<std::uint64_t>(n)
                                   : static_cast<std::uint64_t>(n) * (static_cast<std::uint64_t>(n) + 1) / 2;
   if (pairs > m_InputBytes) {
     Fail(column, "expected " + std::to_string(pairs) + " value pairs per frequency for " + std::to_string(n) +
                      " ports, but the whole input is " + std::to_string(m_InputBytes) + " bytes");
+    return false;
+  }
+  if (n > kMaxMatrixOrder) {
+    Fail(column, "expected at most " + std::to_string(kMaxMatrixOrder) + " ports, found " + std::to_string(n) +
+                     ": a larger square matrix has more elements than the library can index");
     return false;
   }
   if (m_Header.reference.empty()) {
@@ -49,32 +54,56 @@ bool CTouchstoneParser::Prepare(size_t column) {
                                                    m_OptionResistance.empty() ? kDefaultReferenceOhms
                                                                               : m_OptionResistance[0]);
   }
-  // Where each pair of a record goes (and its mirror for a triangle).
-  const bool byColumn = n == 2 && (m_Header.version < 2.0 || m_Header.twoPortDataOrder == "21_12");
+  // Pairs per line-starting row: one- and two-ports hold a record on one
+  // line; larger matrices begin every row on a new line.
+  m_Pairs = static_cast<size_t>(pairs);
+  m_RowPairs.clear();
+  if (n <= 2) {
+    m_RowPairs.push_back(static_cast<int>(m_Pairs));
+  } else {
+    for (int i = 0; i < n; ++i) {
+      const int from = m_Header.matrixFormat == TouchstoneHeader::kUpper ? i : 0;
+      const int to = m_Header.matrixFormat == TouchstoneHeader::kLower ? i + 1 : n;
+      m_RowPairs.push_back(to - from);
+    }
+  }
+  // What grows with the square of the port count (the record's numbers,
+  // where each goes) is allocated as the numbers arrive, so that a port
+  // count the input does not hold costs nothing: an input whose size is
+  // unknown (a pipe) may claim any number of ports.
   m_Target.clear();
   m_Mirror.clear();
-  m_RowPairs.clear();
-  for (int i = 0; i < n; ++i) {
-    const int from = m_Header.matrixFormat == TouchstoneHeader::kUpper ? i : 0;
-    const int to = m_Header.matrixFormat == TouchstoneHeader::kLower ? i + 1 : n;
-    for (int j = from; j < to; ++j) {
-      m_Target.push_back(byColumn ? j * n + i : i * n + j);
-      m_Mirror.push_back(j * n + i);
-    }
-    m_RowPairs.push_back(to - from);
-  }
-  // One- and two-ports hold a record on one line; larger matrices begin
-  // every row on a new line.
-  if (n <= 2) m_RowPairs.assign(1, static_cast<int>(m_Target.size()));
-  m_Values.assign(2 * m_Target.size(), 0.0);
-  m_Cos.resize(m_Target.size());
-  m_Sin.resize(m_Target.size());
+  m_Values.assign(std::min<size_t>(2 * m_Pairs, 4096), 0.0);
   const size_t most = 2 * static_cast<size_t>(*std::max_element(m_RowPairs.begin(), m_RowPairs.end())) + 1;
   m_Firsts.resize(most + 64);
   m_Lasts.resize(most + 64);
   m_Count = 0;
   m_Prepared = true;
   return true;
+}
+
+// Room for `need` numbers of the record; never more than a record holds.
+void CTouchstoneParser::GrowValues(size_t need) {
+  m_Values.resize(std::min(std::max(need, 2 * m_Values.size()), 2 * m_Pairs));
+}
+
+// Where each pair of a record goes (and its mirror for a triangle), fixed
+// once the first record is in; indices in 64 bits.
+void CTouchstoneParser::Layout() {
+  const size_t n = static_cast<size_t>(m_Header.ports);
+  const bool byColumn = n == 2 && (m_Header.version < 2.0 || m_Header.twoPortDataOrder == "21_12");
+  m_Target.reserve(m_Pairs);
+  if (m_Header.matrixFormat != TouchstoneHeader::kFull) m_Mirror.reserve(m_Pairs);
+  for (size_t i = 0; i < n; ++i) {
+    const size_t from = m_Header.matrixFormat == TouchstoneHeader::kUpper ? i : 0;
+    const size_t to = m_Header.matrixFormat == TouchstoneHeader::kLower ? i + 1 : n;
+    for (size_t j = from; j < to; ++j) {
+      m_Target.push_back(byColumn ? j * n + i : i * n + j);
+      if (m_Header.matrixFormat != TouchstoneHeader::kFull) m_Mirror.push_back(j * n + i);
+    }
+  }
+  m_Cos.resize(m_Pairs);
+  m_Sin.resize(m_Pairs);
 }
 
 void CTouchstoneParser::DataLine(std::string_view content, size_t start) {
@@ -115,6 +144,7 @@ void CTouchstoneParser::DataLine(std::string_view content, size_t start) {
       return false;
     }
     if (!std::isfinite(v)) m_NonFiniteToken = true;
+    if (m_Count == m_Values.size()) GrowValues(m_Count + 1);
     m_Values[m_Count++] = v;
     if (++m_InRow == m_RowPairs[m_Row] * 2) {
       m_InRow = 0;
@@ -132,9 +162,9 @@ void CTouchstoneParser::DataLine(std::string_view content, size_t start) {
   m_RowDone = false;
   if (m_InRecord && m_Header.ports <= 2) {
     const size_t found = onLine;
-    Fail(content.size(), "expected " + std::to_string(1 + 2 * m_Target.size()) +
+    Fail(content.size(), "expected " + std::to_string(1 + 2 * m_Pairs) +
                              " values on the line of a " + std::to_string(m_Header.ports) +
-                             "-port record (the frequency and " + Pairs(m_Target.size()) + "), found " +
+                             "-port record (the frequency and " + Pairs(m_Pairs) + "), found " +
                              std::to_string(found));
   }
 }
@@ -166,8 +196,8 @@ void CTouchstoneParser::RowTooLong(const Token& token) {
   if (n <= 2) {
     std::string hint;
     if (m_Records == 0 && m_NamedPorts >= 0 && m_DeclaredFrequencies < 0) hint = "; is the extension right?";
-    Fail(token.column, "expected " + std::to_string(1 + 2 * m_Target.size()) + " values on the line of a " +
-                           std::to_string(n) + "-port record (the frequency and " + Pairs(m_Target.size()) +
+    Fail(token.column, "expected " + std::to_string(1 + 2 * m_Pairs) + " values on the line of a " +
+                           std::to_string(n) + "-port record (the frequency and " + Pairs(m_Pairs) +
                            "), found more" + hint);
     return;
   }
@@ -180,6 +210,9 @@ void CTouchstoneParser::RowTooLong(const Token& token) {
 // Turns the gathered numbers into the point's matrix.
 void CTouchstoneParser::EndRecord() {
   const int n = m_Header.ports;
+  if (m_Target.empty()) Layout();
+  m_InRecord = false;
+  m_RecordDone = false;
   auto point = std::make_unique<CNetworkModalData>(m_Solution.get(), m_Frequency * m_Header.hertzPerUnit,
                                                    CNetworkData::ExactPoint);
   auto m = std::make_unique<CMatrix>(n, n);
@@ -188,7 +221,7 @@ void CTouchstoneParser::EndRecord() {
   if (m_Header.format == kRealImaginary) {
     Convert(data, [v](size_t k) { return Complex(v[2 * k], v[2 * k + 1]); });
   } else {
-    Angles();
+    if (!Angles()) return;
     const double* c = m_Cos.data();
     const double* s = m_Sin.data();
     Convert(data, [v, c, s](size_t k) { return Complex(v[2 * k] * c[k], v[2 * k] * s[k]); });
@@ -201,8 +234,6 @@ void CTouchstoneParser::EndRecord() {
     for (int k = 0; k < m->size(); ++k) notFinite |= !std::isfinite(data[k].re) || !std::isfinite(data[k].im);
     m_NonFiniteToken = false;
   }
-  m_InRecord = false;
-  m_RecordDone = false;
   if (notFinite) {
     size_t bad = 0;
     while (bad < m_Values.size() && std::isfinite(m_Values[bad])) ++bad;
@@ -212,7 +243,7 @@ void CTouchstoneParser::EndRecord() {
                                        : std::string("a value that is not finite")));
     return;
   }
-  Store(*point, std::move(m));
+  if (!Store(*point, std::move(m))) return;
   m_Pending = std::move(point);
   m_LastFrequency = m_Frequency;
   ++m_Records;
@@ -220,20 +251,37 @@ void CTouchstoneParser::EndRecord() {
 
 // Cosine and sine of every angle of the record, and dB turned into
 // magnitudes in place.
-void CTouchstoneParser::Angles() {
+bool CTouchstoneParser::Angles() {
   double* v = m_Values.data();
-  const size_t pairs = m_Target.size();
+  const size_t pairs = m_Pairs;
   for (size_t k = 0; k < pairs; ++k) m_Cos[k] = v[2 * k + 1];
   SinCosDegrees(m_Cos.data(), pairs, m_Sin.data(), m_Cos.data());
-  if (m_Header.format == kDbAngle)
-    for (size_t k = 0; k < pairs; ++k) v[2 * k] = std::pow(10.0, v[2 * k] / 20.0);
+  if (m_Header.format != kDbAngle) return true;
+  // A finite number of dB above 20 log10 of the largest double (about
+  // 6165 dB) has no magnitude: it is refused like inf, naming the number.
+  size_t overflow = pairs;
+  double db = 0.0;
+  for (size_t k = 0; k < pairs; ++k) {
+    const double magnitude = std::pow(10.0, v[2 * k] / 20.0);
+    if (std::isinf(magnitude) && std::isfinite(v[2 * k]) && overflow == pairs) {
+      overflow = k;
+      db = v[2 * k];
+    }
+    v[2 * k] = magnitude;
+  }
+  if (overflow == pairs) return true;
+  m_NonFiniteToken = false;
+  Fail(0, "expected magnitudes a double can hold in the record for frequency " + FrequencyText(m_Frequency) +
+              " (line " + std::to_string(m_RecordLine) + "), found " + FrequencyText(db) + " dB as its value " +
+              std::to_string(2 * overflow + 2));
+  return false;
 }
 
 // The record's pairs into the matrix: pair(k) is the k-th complex value.
 template <class F>
 void CTouchstoneParser::Convert(Complex* data, F&& pair) const {
-  const size_t pairs = m_Target.size();
-  const int* target = m_Target.data();
+  const size_t pairs = m_Pairs;
+  const size_t* target = m_Target.data();
   if (m_Header.matrixFormat == TouchstoneHeader::kFull) {
     for (size_t k = 0; k < pairs; ++k) data[target[k]] = pair(k);
     return;
@@ -244,12 +292,24 @@ void CTouchstoneParser::Convert(Complex* data, F&& pair) const {
 // Stores the matrix as the kind the file holds. Version 1 files hold Y,
 // Z, H and G normalised to the reference; version 2 files and our own
 // writer's files hold them in ohms and siemens.
-void CTouchstoneParser::Store(CNetworkModalData& point, std::unique_ptr<CMatrix> m) {
+bool CTouchstoneParser::Store(CNetworkModalData& point, std::unique_ptr<CMatrix> m) {
   const char p = m_Header.parameter;
   if (p == 'S') {
     point.SetSMatrix(std::move(m));
-    return;
+    return true;
   }
+  // Scaling by the references and turning H or G into Z or Y may leave the
+  // range of a double (or divide by a zero H22 or G22) from finite numbers.
+  const auto refuse = [&](const char* what) {
+    Fail(0, std::string("expected ") + p + "-parameters with finite " + what + " in the record for frequency " +
+                FrequencyText(m_Frequency) + " (line " + std::to_string(m_RecordLine) + ")");
+    return false;
+  };
+  const auto finite = [](const CMatrix& x) {
+    for (int k = 0; k < x.size(); ++k)
+      if (!std::isfinite(x.data()[k].re) || !std::isfinite(x.data()[k].im)) return false;
+    return true;
+  };
   const int n = m_Header.ports;
   CMatrix& a = *m;
   if (m_Header.version < 2.0 && !m_OwnWriter) {
@@ -267,6 +327,7 @@ void CTouchstoneParser::Store(CNetworkModalData& point, std::unique_ptr<CMatrix>
         a[i][j] = a[i][j] * scale;
       }
     }
+    if (!finite(a)) return refuse("values once multiplied by the reference impedances");
   }
   if (p == 'Z') {
     point.SetZMatrix(std::move(m));
@@ -282,12 +343,15 @@ void CTouchstoneParser::Store(CNetworkModalData& point, std::unique_ptr<CMatrix>
     (*x)[0][1] = a[0][1] / d;
     (*x)[1][0] = -a[1][0] / d;
     (*x)[1][1] = Complex(1.0) / d;
+    // (A zero divisor gives the largest double, no value either.)
+    if ((d.re == 0.0 && d.im == 0.0) || !finite(*x)) return refuse(p == 'H' ? "Z-parameters (H22 other than 0)" : "Y-parameters (G22 other than 0)");
     if (p == 'H') {
       point.SetZMatrix(std::move(x));
     } else {
       point.SetYMatrix(std::move(x));
     }
   }
+  return true;
 }
 
 // Hands the last point to the solution with its impedances.
@@ -306,7 +370,7 @@ void CTouchstoneParser::EndOfData() {
   if (m_InRecord) {
     const size_t pairs = m_Count / 2;
     Fail(0, "the record for frequency " + FrequencyText(m_Frequency) + " that begins at line " +
-                std::to_string(m_RecordLine) + " ends early: expected " + Pairs(m_Target.size()) + ", found " +
+                std::to_string(m_RecordLine) + " ends early: expected " + Pairs(m_Pairs) + ", found " +
                 std::to_string(pairs) + (m_Count % 2 ? " and a half" : ""));
     return;
   }
