@@ -18,7 +18,9 @@
 
 namespace {
 
-bool ReadComplex(AComplex<double>& z) { return std::scanf("%lf %lf", &z.re, &z.im) == 2; }
+bool ReadComplex(AComplex<double>& z) {
+  return std::scanf("%lf %lf", &z.re, &z.im) == 2;
+}
 
 bool ReadVector(TNT::CVector& v, int n) {
   v = TNT::CVector(n);
@@ -71,7 +73,8 @@ int main() {
       const bool done = point.Renormalize(z2);
       Print(done ? 0 : 1, done ? *point.GetSMatrix(false) : s);
     } else if (std::strcmp(kind, "MIXED") == 0 || std::strcmp(kind, "SINGLE") == 0) {
-      if (!ReadPairs(pairs) || !ReadVector(z1, n) || !ReadVector(z2, n) || !ReadMatrix(s, n)) return 2;
+      if (!ReadPairs(pairs) || !ReadVector(z1, n) || !ReadVector(z2, n) || !ReadMatrix(s, n))
+        return 2;
       const int status = kind[0] == 'M' ? nd::SingleEndedToMixedMode(s, z1, pairs, z2, out)
                                         : nd::MixedModeToSingleEnded(s, z1, pairs, z2, out);
       Print(status, out);

@@ -24,7 +24,9 @@ using std::numbers::pi;
 
 namespace {
 
-CMatrix M(int n, std::initializer_list<C> v) { return CMatrix(n, n, std::span<const C>(v.begin(), v.size())); }
+CMatrix M(int n, std::initializer_list<C> v) {
+  return CMatrix(n, n, std::span<const C>(v.begin(), v.size()));
+}
 
 CVector V(std::initializer_list<C> v) {
   CVector out(static_cast<int>(v.size()));
@@ -32,7 +34,9 @@ CVector V(std::initializer_list<C> v) {
   return out;
 }
 
-C Exp(C z) { return C(std::exp(z.re) * std::cos(z.im), std::exp(z.re) * std::sin(z.im)); }
+C Exp(C z) {
+  return C(std::exp(z.re) * std::cos(z.im), std::exp(z.re) * std::sin(z.im));
+}
 
 }  // namespace
 
@@ -99,11 +103,13 @@ TEST(MixedMode, ThruPairAndIdealBalunHaveNoZButTransform) {
   // goes through with 1, the common mode is reflected whole.
   const double h = std::sqrt(0.5);
   const CMatrix balun = M(3, {o, h, -h, h, 0.5, 0.5, -h, 0.5, 0.5});
-  ASSERT_EQ(nd::SingleEndedToMixedMode(balun, CVector(3, C(50.0)), {{1, 2}}, V({50, 100, 25}), mm), 0);
+  ASSERT_EQ(nd::SingleEndedToMixedMode(balun, CVector(3, C(50.0)), {{1, 2}}, V({50, 100, 25}), mm),
+            0);
   EXPECT_LT(MaxAbsDiff(mm, M(3, {o, l, o, l, o, o, o, o, l})), 1e-15);
 }
 
-TEST(MixedMode, AgreesWithModeImpedanceMatrixAndRoundTrips) {
+TEST(MixedMode, RoundTripsAndReducesToRenormalisation) {
+  // The values themselves are checked against scikit-rf (interop test).
   std::mt19937_64 rng(11);
   const int n = 6;
   const CMatrix s = testing_support::RandomS(n, rng);
@@ -112,28 +118,6 @@ TEST(MixedMode, AgreesWithModeImpedanceMatrixAndRoundTrips) {
   const nd::PortPairs pairs = {{4, 1}, {0, 5}};  // 2 and 3 unpaired
   CMatrix mm, se, mm2;
   ASSERT_EQ(nd::SingleEndedToMixedMode(s, z, pairs, zm, mm), 0);
-
-  // Through Z: V' = Tv V and I' = Ti I give Z' = Tv Z Ti^-1 with, for a pair
-  // (p, n), Ti^-1 mapping (Id, Ic) to Ip = Id + Ic/2, In = Ic/2 - Id.
-  CMatrix zse, tz(n, n), zmm(n, n), expected;
-  ASSERT_EQ(nd::ConvertSToZ(s, nd::SqrtImpedances(z), zse), 0);
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < n; ++i) tz[i][j] = zse[i][j];
-  for (auto [p, q] : pairs)  // rows: Vd = Vp - Vn, Vc = (Vp + Vn) / 2
-    for (int j = 0; j < n; ++j) {
-      const C vp = tz[p][j], vn = tz[q][j];
-      tz[p][j] = vp - vn;
-      tz[q][j] = (vp + vn) * 0.5;
-    }
-  for (int i = 0; i < n; ++i)
-    for (int j = 0; j < n; ++j) zmm[i][j] = tz[i][j];
-  for (auto [p, q] : pairs)  // columns: Z' = (Tv Z) Ti^-1
-    for (int i = 0; i < n; ++i) {
-      zmm[i][p] = tz[i][p] - tz[i][q];
-      zmm[i][q] = (tz[i][p] + tz[i][q]) * 0.5;
-    }
-  ASSERT_EQ(nd::ConvertZToS(zmm, nd::SqrtImpedances(zm), expected), 0);
-  EXPECT_LT(MaxAbsDiff(mm, expected), 1e-12);
 
   ASSERT_EQ(nd::MixedModeToSingleEnded(mm, zm, pairs, z, se), 0);
   EXPECT_LT(MaxAbsDiff(se, s), 1e-12);
@@ -150,7 +134,8 @@ TEST(MixedMode, AgreesWithModeImpedanceMatrixAndRoundTrips) {
   const CVector matched = nd::MatchedMixedModeImpedances(V({40, 60, 75}), {{1, 0}});
   EXPECT_TRUE(matched[1] == C(100.0) && matched[0] == C(25.0) && matched[2] == C(75.0));
   testing_support::AssertCapture capture;
-  for (const nd::PortPairs& bad : {nd::PortPairs{{0, 0}}, nd::PortPairs{{0, 6}}, nd::PortPairs{{0, 1}, {1, 2}}}) {
+  for (const nd::PortPairs& bad :
+       {nd::PortPairs{{0, 0}}, nd::PortPairs{{0, 6}}, nd::PortPairs{{0, 1}, {1, 2}}}) {
     EXPECT_EQ(nd::MatchedMixedModeImpedances(z, bad).size(), 0);
     EXPECT_EQ(nd::SingleEndedToMixedMode(s, z, bad, zm, mm), 2);
     EXPECT_EQ(nd::MixedModeToSingleEnded(s, zm, bad, z, mm), 2);
@@ -171,7 +156,8 @@ TEST(ScaleImpedance, ScalesZAndReferencesKeepingS) {
   EXPECT_EQ(MaxAbsDiff(*point.GetSMatrix(false), s), 0.0);
   for (int k = 0; k < 3; ++k) EXPECT_EQ((*point.GetPortImpedance())[k], z[k] * 2.0);
   for (int k = 0; k < 9; ++k) {
-    EXPECT_LT(abs(point.GetZMatrix(true)->data()[k] - z0.data()[k] * 2.0), 1e-12 * abs(z0.data()[k]) + 1e-12);
+    EXPECT_LT(abs(point.GetZMatrix(true)->data()[k] - z0.data()[k] * 2.0),
+              1e-12 * abs(z0.data()[k]) + 1e-12);
     EXPECT_LT(abs(point.GetYMatrix(true)->data()[k] - y0.data()[k] * 0.5), 1e-14);
   }
 
@@ -179,13 +165,17 @@ TEST(ScaleImpedance, ScalesZAndReferencesKeepingS) {
   // it gives does not.
   for (bool storesZ : {true, false}) {
     CNetworkModalData stored(&owner, 1e9);
-    if (storesZ) stored.SetZMatrix(std::make_unique<CMatrix>(z0));
-    else stored.SetYMatrix(std::make_unique<CMatrix>(y0));
+    if (storesZ)
+      stored.SetZMatrix(std::make_unique<CMatrix>(z0));
+    else
+      stored.SetYMatrix(std::make_unique<CMatrix>(y0));
     stored.SetPortImpedance(std::make_unique<CVector>(z));
     const CMatrix sBefore = *stored.GetSMatrix(true);
     nd::ScaleImpedance(0.5, stored);
-    if (storesZ) EXPECT_EQ((*stored.GetZMatrix(false))[1][2], z0[1][2] * 0.5);
-    else EXPECT_EQ((*stored.GetYMatrix(false))[1][2], y0[1][2] * 2.0);
+    if (storesZ)
+      EXPECT_EQ((*stored.GetZMatrix(false))[1][2], z0[1][2] * 0.5);
+    else
+      EXPECT_EQ((*stored.GetYMatrix(false))[1][2], y0[1][2] * 2.0);
     EXPECT_LT(MaxAbsDiff(*stored.GetSMatrix(true), sBefore), 1e-14);
   }
 
@@ -204,12 +194,16 @@ class ScopedEnv {
  public:
   ScopedEnv(const char* name, const char* value) : name_(name) {
     if (const char* old = std::getenv(name)) old_ = old, had_ = true;
-    if (value) setenv(name, value, 1);
-    else unsetenv(name);
+    if (value)
+      setenv(name, value, 1);
+    else
+      unsetenv(name);
   }
   ~ScopedEnv() {
-    if (had_) setenv(name_, old_.c_str(), 1);
-    else unsetenv(name_);
+    if (had_)
+      setenv(name_, old_.c_str(), 1);
+    else
+      unsetenv(name_);
   }
 
  private:
@@ -254,7 +248,8 @@ std::complex<double> LineS(std::complex<double> f, int entry) {
 // with 5 % over the sampled maximum.
 double CauchyBound(const Entry& g, double radius, double fLast, int k) {
   double largest = 0.0;
-  for (int i = 0; i < 4096; ++i) largest = std::max(largest, std::abs(g(std::polar(radius, 2 * pi * i / 4096))));
+  for (int i = 0; i < 4096; ++i)
+    largest = std::max(largest, std::abs(g(std::polar(radius, 2 * pi * i / 4096))));
   double factorial = 1.0;
   for (int i = 2; i <= k; ++i) factorial *= i;
   return 1.05 * factorial * largest / std::pow(radius - fLast, k);
@@ -311,14 +306,18 @@ TEST(DcExtrapolation, EachVariableChangesTheResultAsDocumented) {
   // g(f) = 0.5 - 2e-4 f + 3e-8 f^2 (+ an imaginary part that DC drops):
   // a line through the samples misses DC by what the closed-form
   // least-squares line gives; order 2 is exact; one sample gives g(f_0).
-  const Entry g = [](std::complex<double> f) { return 0.5 - 2e-4 * f + 3e-8 * f * f + std::complex<double>(0, 1e-3) * f; };
-  const auto run = [&](const char* order, const char* samples, const char* delta, std::vector<double>& f) {
+  const Entry g = [](std::complex<double> f) {
+    return 0.5 - 2e-4 * f + 3e-8 * f * f + std::complex<double>(0, 1e-3) * f;
+  };
+  const auto run = [&](const char* order, const char* samples, const char* delta,
+                       std::vector<double>& f) {
     ScopedEnv a("DC_EXTRAP_POLYNOMIAL_ORDER", order), b("DC_EXTRAP_NUM_SAMPLES", samples),
         c("DC_EXTRAP_SAMPLE_DELTA", delta);
     nd::DcExtrapolationSettings s;
     std::string why;
     CMatrix dc;
-    EXPECT_TRUE(nd::ReadDcExtrapolationSettings(s, &why) && nd::DcSampleFrequencies(1e3, 1e6, s, f, &why) &&
+    EXPECT_TRUE(nd::ReadDcExtrapolationSettings(s, &why) &&
+                nd::DcSampleFrequencies(1e3, 1e6, s, f, &why) &&
                 nd::ExtrapolateToDC(f, Sample(f, {g}), s.order, dc, &why))
         << why;
     EXPECT_EQ(dc[0][0].im, 0.0);
@@ -391,7 +390,9 @@ TEST(DcExtrapolation, StaysWithinTheStatedBound) {
   // transmission. The line through the samples overshoots |S11| = 1; the
   // passivity scaling brings the largest singular value back to 1.
   const double tau = 2 * pi * 2 * 50.0 * 1e-12;
-  const Entry s11 = [tau](std::complex<double> x) { return 1.0 / (1.0 + std::complex<double>(0, tau) * x); };
+  const Entry s11 = [tau](std::complex<double> x) {
+    return 1.0 / (1.0 + std::complex<double>(0, tau) * x);
+  };
   const Entry s21 = [&](std::complex<double> x) { return 1.0 - s11(x); };
   ASSERT_TRUE(nd::DcSampleFrequencies(1e7, 1e9, {}, f, &why));
   ASSERT_TRUE(nd::DcExtrapolationErrorBound(f, 1, bound, &why));
@@ -400,7 +401,8 @@ TEST(DcExtrapolation, StaysWithinTheStatedBound) {
   EXPECT_LE(MaxAbsDiff(dc, M(2, {1.0, 0.0, 0.0, 1.0})), 2 * 2 * raw);
   EXPECT_GT(dc[0][0].re, 0.999);
   const double sum = dc[0][0].re + dc[0][1].re, difference = dc[0][0].re - dc[0][1].re;
-  EXPECT_NEAR(std::max(std::fabs(sum), std::fabs(difference)), 1.0, 1e-15);  // sigma of [[a, b], [b, a]]
+  EXPECT_NEAR(std::max(std::fabs(sum), std::fabs(difference)), 1.0,
+              1e-15);  // sigma of [[a, b], [b, a]]
 }
 
 TEST(DcExtrapolation, RealSymmetricWhenReciprocalAndRefusesBadInput) {
@@ -420,7 +422,8 @@ TEST(DcExtrapolation, RealSymmetricWhenReciprocalAndRefusesBadInput) {
   EXPECT_EQ(dc[0][0].im, 0.0);
 
   const CMatrix kept = dc;
-  const auto refused = [&](const std::vector<double>& freq, const std::vector<CMatrix>& mats, int order) {
+  const auto refused = [&](const std::vector<double>& freq, const std::vector<CMatrix>& mats,
+                           int order) {
     why.clear();
     const bool ok = nd::ExtrapolateToDC(freq, mats, order, dc, &why);
     return !ok && !why.empty() && MaxAbsDiff(dc, kept) == 0.0;
