@@ -64,8 +64,8 @@ bool ReadSpacing(double& value, std::string* why) {
   std::string_view text = Trimmed(raw);
   if (!text.empty() && text.front() == '+') text.remove_prefix(1);
   double parsed = 0.0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed,
-                                            std::chars_format::general);
+  const auto [end, error] =
+      std::from_chars(text.data(), text.data() + text.size(), parsed, std::chars_format::general);
   // from_chars also reads "inf" and "nan"; neither is a spacing.
   if (text.empty() || error == std::errc::invalid_argument || end != text.data() + text.size() ||
       std::isnan(parsed)) {
@@ -112,55 +112,51 @@ Scaling ScalingOf(const std::vector<double>& f) {
 // is the Vandermonde matrix of the scaled sample points and e the monomials
 // at DC. With V = Q R (Householder), w = Q R^-T e.
 std::vector<double> Weights(const std::vector<double>& f, int degree) {
-  const int m = static_cast<int>(f.size());
-  if (m == 1 || degree == 0) return std::vector<double>(f.size(), 1.0 / m);
-  const int q = degree + 1;
+  const size_t m = f.size();
+  if (m == 1 || degree == 0) return std::vector<double>(m, 1.0 / static_cast<double>(m));
+  const size_t q = static_cast<size_t>(degree) + 1;
   const Scaling scaling = ScalingOf(f);
-  // Column-major copy of V: a[j][k] = x_k^j.
-  std::vector<std::vector<double>> a(static_cast<size_t>(q), std::vector<double>(f.size()));
-  for (int k = 0; k < m; ++k) {
-    const double x = scaling.X(f[static_cast<size_t>(k)]);
+  // Column-major V: a[j][k] = x_k^j. Householder reflections turn it into R
+  // (R[i][j] = a[j][i] for i <= j) and keep their unit vectors.
+  std::vector<std::vector<double>> a(q, std::vector<double>(m));
+  for (size_t k = 0; k < m; ++k) {
+    const double x = scaling.X(f[k]);
     double power = 1.0;
-    for (int j = 0; j < q; ++j, power *= x) a[static_cast<size_t>(j)][static_cast<size_t>(k)] = power;
+    for (size_t j = 0; j < q; ++j, power *= x) a[j][k] = power;
   }
-  std::vector<std::vector<double>> reflectors(static_cast<size_t>(q));
-  std::vector<double> diagonal(static_cast<size_t>(q));
-  for (int j = 0; j < q; ++j) {
-    std::vector<double>& col = a[static_cast<size_t>(j)];
+  std::vector<std::vector<double>> reflectors(q, std::vector<double>(m, 0.0));
+  for (size_t j = 0; j < q; ++j) {
+    std::vector<double>& v = reflectors[j];
     double norm = 0.0;
-    for (int k = j; k < m; ++k) norm = std::hypot(norm, col[static_cast<size_t>(k)]);
-    const double alpha = col[static_cast<size_t>(j)] > 0.0 ? -norm : norm;
-    std::vector<double> v(static_cast<size_t>(m), 0.0);
-    for (int k = j; k < m; ++k) v[static_cast<size_t>(k)] = col[static_cast<size_t>(k)];
-    v[static_cast<size_t>(j)] -= alpha;
+    for (size_t k = j; k < m; ++k) norm = std::hypot(norm, a[j][k]);
+    const double alpha = a[j][j] > 0.0 ? -norm : norm;
+    for (size_t k = j; k < m; ++k) v[k] = a[j][k];
+    v[j] -= alpha;
     double vnorm = 0.0;
-    for (int k = j; k < m; ++k) vnorm = std::hypot(vnorm, v[static_cast<size_t>(k)]);
+    for (size_t k = j; k < m; ++k) vnorm = std::hypot(vnorm, v[k]);
     if (vnorm > 0.0)
-      for (int k = j; k < m; ++k) v[static_cast<size_t>(k)] /= vnorm;
-    for (int c = j; c < q; ++c) {
-      std::vector<double>& other = a[static_cast<size_t>(c)];
+      for (size_t k = j; k < m; ++k) v[k] /= vnorm;
+    for (size_t c = j; c < q; ++c) {
       double dot = 0.0;
-      for (int k = j; k < m; ++k) dot += v[static_cast<size_t>(k)] * other[static_cast<size_t>(k)];
-      for (int k = j; k < m; ++k) other[static_cast<size_t>(k)] -= 2.0 * dot * v[static_cast<size_t>(k)];
+      for (size_t k = j; k < m; ++k) dot += v[k] * a[c][k];
+      for (size_t k = j; k < m; ++k) a[c][k] -= 2.0 * dot * v[k];
     }
-    diagonal[static_cast<size_t>(j)] = a[static_cast<size_t>(j)][static_cast<size_t>(j)];
-    reflectors[static_cast<size_t>(j)] = std::move(v);
   }
-  // R^T y = e by forward substitution; R[i][j] = a[j][i] for i <= j.
+  // R^T y = e by forward substitution.
   const double x0 = scaling.X(0.0);
-  std::vector<double> y(static_cast<size_t>(m), 0.0);
+  std::vector<double> y(m, 0.0);
   double power = 1.0;
-  for (int j = 0; j < q; ++j, power *= x0) {
+  for (size_t j = 0; j < q; ++j, power *= x0) {
     double rhs = power;
-    for (int i = 0; i < j; ++i) rhs -= a[static_cast<size_t>(j)][static_cast<size_t>(i)] * y[static_cast<size_t>(i)];
-    y[static_cast<size_t>(j)] = rhs / diagonal[static_cast<size_t>(j)];
+    for (size_t i = 0; i < j; ++i) rhs -= a[j][i] * y[i];
+    y[j] = rhs / a[j][j];
   }
   // w = H_0 H_1 ... H_{q-1} [y; 0].
-  for (int j = q - 1; j >= 0; --j) {
-    const std::vector<double>& v = reflectors[static_cast<size_t>(j)];
+  for (size_t j = q; j-- > 0;) {
+    const std::vector<double>& v = reflectors[j];
     double dot = 0.0;
-    for (int k = j; k < m; ++k) dot += v[static_cast<size_t>(k)] * y[static_cast<size_t>(k)];
-    for (int k = j; k < m; ++k) y[static_cast<size_t>(k)] -= 2.0 * dot * v[static_cast<size_t>(k)];
+    for (size_t k = j; k < m; ++k) dot += v[k] * y[k];
+    for (size_t k = j; k < m; ++k) y[k] -= 2.0 * dot * v[k];
   }
   return y;
 }
@@ -198,7 +194,8 @@ double KernelIntegral(const std::vector<double>& f, const std::vector<double>& w
     };
     const auto integrate = [&](double lo, double hi) {
       double sum = 0.0;
-      for (int g = 0; g < 5; ++g) sum += gauss[g] * kernel(0.5 * (lo + hi) + 0.5 * (hi - lo) * nodes[g]);
+      for (int g = 0; g < 5; ++g)
+        sum += gauss[g] * kernel(0.5 * (lo + hi) + 0.5 * (hi - lo) * nodes[g]);
       return std::fabs(0.5 * (hi - lo) * sum);
     };
     constexpr int kParts = 64;
@@ -215,8 +212,10 @@ double KernelIntegral(const std::vector<double>& f, const std::vector<double>& w
       for (int it = 0; it < 100 && b - a > 0.0; ++it) {
         const double mid = 0.5 * (a + b);
         if (mid <= a || mid >= b) break;
-        if ((kernel(mid) < 0.0) == (klo < 0.0)) a = mid;
-        else b = mid;
+        if ((kernel(mid) < 0.0) == (klo < 0.0))
+          a = mid;
+        else
+          b = mid;
       }
       piece += integrate(lo, a) + integrate(a, hi);
     }
@@ -270,8 +269,8 @@ bool ReadDcExtrapolationSettings(DcExtrapolationSettings& settings, std::string*
 bool DcSampleFrequencies(double lowest, double highest, const DcExtrapolationSettings& settings,
                          std::vector<double>& f, std::string* why) {
   if (!std::isfinite(lowest) || !std::isfinite(highest) || lowest <= 0.0 || highest < lowest) {
-    SetWhy(why, "DC extrapolation needs a solved band above 0 Hz (lowest " + std::to_string(lowest) +
-                    " Hz, highest " + std::to_string(highest) + " Hz)");
+    SetWhy(why, "DC extrapolation needs a solved band above 0 Hz (lowest " +
+                    std::to_string(lowest) + " Hz, highest " + std::to_string(highest) + " Hz)");
     return false;
   }
   if (settings.samples < 1 || settings.samples > kMaxSamples) {
@@ -279,8 +278,10 @@ bool DcSampleFrequencies(double lowest, double highest, const DcExtrapolationSet
                     " is outside 1 to 39");
     return false;
   }
-  double spacing = settings.spacing > 0.0 ? settings.spacing : std::min(kDefaultSpacing, 0.5 * lowest);
-  if (lowest + settings.samples * spacing > highest) spacing = (highest - lowest) / settings.samples;
+  double spacing =
+      settings.spacing > 0.0 ? settings.spacing : std::min(kDefaultSpacing, 0.5 * lowest);
+  if (lowest + settings.samples * spacing > highest)
+    spacing = (highest - lowest) / settings.samples;
   std::vector<double> out(static_cast<size_t>(settings.samples));
   for (int k = 0; k < settings.samples; ++k) out[static_cast<size_t>(k)] = lowest + k * spacing;
   if (!IncreasingPositive(out)) {
@@ -342,7 +343,8 @@ bool ExtrapolateToDC(const std::vector<double>& f, const std::vector<CMatrix>& s
       for (int j = i + 1; j < n && symmetric; ++j) symmetric = abs(m[i][j] - m[j][i]) <= tolerance;
   if (symmetric)
     for (int i = 0; i < n; ++i)
-      for (int j = i + 1; j < n; ++j) result[i][j].re = result[j][i].re = 0.5 * (result[i][j].re + result[j][i].re);
+      for (int j = i + 1; j < n; ++j)
+        result[i][j].re = result[j][i].re = 0.5 * (result[i][j].re + result[j][i].re);
   for (int e = 0; e < n * n; ++e) {
     if (!std::isfinite(result.data()[e].re)) {
       SetWhy(why, "DC extrapolation overflowed: the samples lie too far above DC for the order");

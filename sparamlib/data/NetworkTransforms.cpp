@@ -41,6 +41,13 @@ struct SparseRow {
   }
 };
 
+SparseRow Two(int c0, double v0, int c1, double v1) {
+  SparseRow row;
+  row.Add(c0, v0);
+  row.Add(c1, v1);
+  return row;
+}
+
 struct ModeTransform {
   std::vector<SparseRow> v;  // V' = Tv V
   std::vector<SparseRow> i;  // I' = Ti I
@@ -65,11 +72,10 @@ ModeTransform ToMixed(int n, const PortPairs& pairs) {
     SparseRow& vc = t.v[static_cast<size_t>(q)];
     SparseRow& id = t.i[static_cast<size_t>(p)];
     SparseRow& ic = t.i[static_cast<size_t>(q)];
-    vd = vc = id = ic = SparseRow();
-    vd.Add(p, 1.0); vd.Add(q, -1.0);    // Vd = Vp - Vn
-    vc.Add(p, 0.5); vc.Add(q, 0.5);     // Vc = (Vp + Vn) / 2
-    id.Add(p, 0.5); id.Add(q, -0.5);    // Id = (Ip - In) / 2
-    ic.Add(p, 1.0); ic.Add(q, 1.0);     // Ic = Ip + In
+    vd = Two(p, 1.0, q, -1.0);  // Vd = Vp - Vn
+    vc = Two(p, 0.5, q, 0.5);   // Vc = (Vp + Vn) / 2
+    id = Two(p, 0.5, q, -0.5);  // Id = (Ip - In) / 2
+    ic = Two(p, 1.0, q, 1.0);   // Ic = Ip + In
   }
   return t;
 }
@@ -82,11 +88,10 @@ ModeTransform ToSingle(int n, const PortPairs& pairs) {
     SparseRow& vn = t.v[static_cast<size_t>(q)];
     SparseRow& ip = t.i[static_cast<size_t>(p)];
     SparseRow& in = t.i[static_cast<size_t>(q)];
-    vp = vn = ip = in = SparseRow();
-    vp.Add(q, 1.0); vp.Add(p, 0.5);     // Vp = Vc + Vd / 2
-    vn.Add(q, 1.0); vn.Add(p, -0.5);    // Vn = Vc - Vd / 2
-    ip.Add(p, 1.0); ip.Add(q, 0.5);     // Ip = Id + Ic / 2
-    in.Add(p, -1.0); in.Add(q, 0.5);    // In = Ic / 2 - Id
+    vp = Two(q, 1.0, p, 0.5);   // Vp = Vc + Vd / 2
+    vn = Two(q, 1.0, p, -0.5);  // Vn = Vc - Vd / 2
+    ip = Two(p, 1.0, q, 0.5);   // Ip = Id + Ic / 2
+    in = Two(p, -1.0, q, 0.5);  // In = Ic / 2 - Id
   }
   return t;
 }
@@ -139,8 +144,7 @@ int TransformWaves(const CMatrix& s, const CVector& z, const ModeTransform& t, c
 bool ValidModeArguments(const CMatrix& s, const CVector& z1, const PortPairs& pairs,
                         const CVector& z2) {
   const int n = s.num_rows();
-  return n > 0 && s.num_cols() == n && z1.size() >= n && z2.size() >= n &&
-         ValidPortPairs(pairs, n);
+  return n > 0 && s.num_cols() == n && z1.size() >= n && z2.size() >= n && ValidPortPairs(pairs, n);
 }
 
 }  // namespace
