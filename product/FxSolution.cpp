@@ -2,6 +2,7 @@
 #include "product/FxSolution.h"
 
 #include "sparamlib/interp/FxemModalSolution.h"
+#include "sparamlib/solution/TimeDataSolution.h"
 
 std::unique_ptr<CNetworkDataSolution> FxSolution::MakeNetworkDataSolution(
     CNetworkDataSolution::ObjectType type) {
@@ -40,6 +41,11 @@ int FxSolution::Read(const io::CBlock& block) {
   if (!io::IsReadOk(found)) return found;
   std::unique_ptr<CNetworkDataSolution> solution =
       MakeNetworkDataSolution(static_cast<CNetworkDataSolution::ObjectType>(type));
+  // A time-domain solution has no object type of its own: its two items,
+  // written ahead of the base ones, are what tell it from a plain solution.
+  if (type == CNetworkDataSolution::NoObject &&
+      (block.HasItem("TimeDataType") || block.HasItem("PortTermination")))
+    solution = std::make_unique<CTimeDataSolution>();
   if (!solution) {
     return block.ReportReadError(
         io::kReadBadValue, block.FindItem("ObjectType"),

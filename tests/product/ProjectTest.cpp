@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "product/InfoCommand.h"
+#include "sparamlib/solution/TimeDataSolution.h"
 #include "support/SampleProject.h"
 
 namespace {
@@ -77,6 +78,30 @@ TEST_F(Project, SaveAndLoadKeepEveryPointBitForBit) {
   // Saving what was loaded gives the same file.
   ASSERT_TRUE(back->Save(dir / "again.ndp", &error)) << error;
   EXPECT_EQ(Read(dir / "again.ndp"), Read(path));
+}
+
+// Every solution comes back as the class it was saved as, with what only
+// that class holds (a time-domain solution's termination and kind).
+TEST_F(Project, SolutionsComeBackAsTheirOwnClass) {
+  CProject project;
+  FxSolutionVariation& variation = project.AddVariation();
+  auto time = std::make_unique<CTimeDataSolution>();
+  time->SetName("Step");
+  time->SetPortTermination(75.0);
+  time->SetTimeDataType(CTimeDataSolution::TimeStep);
+  variation.AddSolution(std::move(time));
+  variation.AddSolution(std::make_unique<CNetworkDataSolution>("Plain"));
+  AString error;
+  ASSERT_TRUE(project.Save(dir / "t.ndp", &error)) << error;
+  const auto back = CProject::Load(dir / "t.ndp", &error);
+  ASSERT_NE(back, nullptr) << error;
+  const auto* step = dynamic_cast<const CTimeDataSolution*>(back->GetVariations()[0]->GetNetworkDataSolution("Step"));
+  ASSERT_NE(step, nullptr);
+  EXPECT_EQ(step->GetPortTermination(), 75.0);
+  EXPECT_EQ(step->GetTimeDataType(), CTimeDataSolution::TimeStep);
+  const CNetworkDataSolution* plain = back->GetVariations()[0]->GetNetworkDataSolution("Plain");
+  ASSERT_NE(plain, nullptr);
+  EXPECT_EQ(dynamic_cast<const CTimeDataSolution*>(plain), nullptr);
 }
 
 TEST_F(Project, UnusableFilesGiveOneLineErrorsAndNoProject) {
