@@ -106,7 +106,9 @@ std::vector<std::string> UnappliedPostprocessing(const CNetworkPostprocSetup& se
                k != CNetworkPostprocSetup::ImpedanceKind::NotSet;
       }))
     steps.push_back("characteristic impedances other than Zpi (the solver supplied Zpi only)");
-  if (setup.HasPortCalibration()) steps.push_back("lumped-port calibration");
+  if (setup.HasPortCalibration())
+    steps.push_back("lumped-port calibration (Lumped port calibration failed: this version has no "
+                    "calibration model for lumped ports)");
   return steps;
 }
 

@@ -5,11 +5,15 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <complex>
 #include <filesystem>
 
 #include "core/BlockText.h"
 #include "product/ConvertCommand.h"
+#include "product/Devices.h"
 #include "product/ExportNetworkDataCmd.h"
+#include "sparamlib/data/DcExtrapolation.h"
+#include "sparamlib/solution/Postprocessing.h"
 #include "sparamlib/data/NetworkConversions.h"
 #include "sparamlib/data/NetworkTransforms.h"
 #include "support/RandomNetwork.h"
@@ -160,6 +164,92 @@ TEST_F(PostprocessedExport, ExtrapolationToDcAddsARealPointFirst) {
   EXPECT_FALSE(ExportAndRead(false, &why));
   ::unsetenv("DC_EXTRAP_NUM_SAMPLES");
   EXPECT_NE(why.find("DC_EXTRAP_NUM_SAMPLES"), std::string::npos) << why;
+}
+
+// The DC point of built-in devices against their analytic response near
+// 0 Hz: real, passive, and within the bound DcExtrapolationErrorBound
+// states: C max|g''| + G delta (degree 1), doubled 2n-fold if the passivity
+// scaling acted; max|g''| is measured on the device, delta is the
+// interpolation error of the samples (Neville through 41 solved points,
+// taken as 1e-9).
+TEST(DcExtrapolation, BuiltInDevicesWithinTheStatedBound) {
+  for (const char* name : {"line", "bandpass", "coupler"}) {
+    const sparam::CDevice* device = nullptr;
+    for (const sparam::CDevice* d : sparam::BuiltInDevices())
+      if (d->GetName() == name) device = d;
+    ASSERT_NE(device, nullptr) << name;
+    const int n = device->GetNumPorts();
+    CNetworkModalSolution solution("Sweep");
+    solution.SetSolutionType(CNetworkDataSolution::InterpolateNeville);
+    for (int k = 0; k < n; ++k) solution.AddMatrixEntry(CMatrixEntry("P" + std::to_string(k + 1), 1, k));
+    const double lo = device->GetDefaultStart(), hi = device->GetDefaultStop();
+    const auto add = [&](double f) {
+      SolvedPoint solved;
+      std::string why;
+      EXPECT_TRUE(device->Evaluate(f, solved, &why)) << why;
+      auto point = solution.CreateNetworkData();
+      point->SetFrequency(f);
+      point->SetSMatrix(std::make_unique<TNT::CMatrix>(solved.s));
+      auto& modal = static_cast<CNetworkModalData&>(*point);
+      modal.SetPortImpedance(std::make_unique<TNT::CVector>(
+          solved.portImpedance.value_or(TNT::CVector(n, C(50.0)))));
+      solution.AddNetworkData(std::move(point));
+    };
+    for (int k = 0; k <= 40; ++k) add(lo + (hi - lo) * k / 40.0);
+    CNetworkPostprocSetup setup;
+    setup.SetMatrixSize(n);
+    setup.SetExtrapToDC(true);
+    std::string why;
+    auto dc = nd::PostprocessedDcPoint(setup, solution, &why);
+    ASSERT_TRUE(dc) << why;
+    EXPECT_EQ(solution.GetInterpolatedMap().size(), 0u) << "samples are released";
+
+    nd::DcExtrapolationSettings settings;
+    std::vector<double> f;
+    ASSERT_TRUE(nd::DcSampleFrequencies(lo, hi, settings, f, &why)) << why;
+    nd::DcExtrapolationBound bound;
+    ASSERT_TRUE(nd::DcExtrapolationErrorBound(f, settings.order, bound, &why)) << why;
+    // max |g''| over (0, f_last] by second differences of the device.
+    double curvature = 0.0;
+    const int steps = 4000;
+    const double h = f.back() / steps;
+    std::vector<TNT::CMatrix> g;
+    for (int k = 1; k <= steps; ++k) {
+      SolvedPoint solved;
+      ASSERT_TRUE(device->Evaluate(k * h, solved, &why)) << why;
+      g.push_back(solved.s);
+    }
+    for (size_t k = 1; k + 1 < g.size(); ++k)
+      for (int e = 0; e < n * n; ++e)
+        curvature = std::max(curvature, abs(g[k + 1].data()[e] - 2.0 * g[k].data()[e] + g[k - 1].data()[e]) / (h * h));
+    const double stated = 2.0 * n * (bound.kernel * curvature + bound.noiseGain * 1e-9);
+    SolvedPoint nearDc;
+    ASSERT_TRUE(device->Evaluate(1e-3, nearDc, &why)) << why;
+    const TNT::CMatrix& got = *dc->GetSMatrix(false);
+    for (int e = 0; e < n * n; ++e) {
+      EXPECT_EQ(got.data()[e].im, 0.0) << name;
+      EXPECT_LE(abs(got.data()[e] - nearDc.s.data()[e]), stated) << name << " entry " << e;
+    }
+    // Passive: no column carries more power out than comes in, and the
+    // largest singular value (power iteration on S^T S) is at most 1.
+    TNT::CVector x(n, C(1.0));
+    double sigma = 0.0;
+    for (int it = 0; it < 200; ++it) {
+      TNT::CVector y(n, C(0.0)), w(n, C(0.0));
+      for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) y[i] += got[i][j] * x[j];
+      for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) w[i] += got[j][i] * y[j];
+      double norm = 0.0;
+      for (int i = 0; i < n; ++i) norm += std::norm(std::complex<double>(w[i].re, w[i].im));
+      norm = std::sqrt(norm);
+      if (norm == 0.0) break;
+      sigma = std::sqrt(norm);
+      for (int i = 0; i < n; ++i) x[i] = w[i] / norm;
+    }
+    EXPECT_LE(sigma, 1.0 + 1e-12) << name;
+    RecordProperty(std::string(name) + "_dc_error_bound", std::to_string(stated));
+  }
 }
 
 }  // namespace
