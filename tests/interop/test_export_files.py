@@ -15,21 +15,27 @@
 # (Network refuses them), and stops at [Two-Port Data Order], which version 2
 # requires of two-ports; for those files that one line is left out before it
 # reads them (it assumes 21_12, which is the order we write).
+# Differential pairs set with `sparam setup` must export as scikit-rf's se2gmm.
 # Every m-file, for every combination of --quantities, must run in Octave,
 # and its S must equal the S scikit-rf read (for the waveguide the S at its
 # own wave impedances, which MATLAB files keep beside Zo).
 # Usage: test_export_files.py <sparam> <octave-cli>
 import itertools
 import os
+import shutil
 import subprocess
 import sys
 import tempfile
 
+import warnings
+
 import numpy
 # scikit-rf 0.15 still uses the aliases that numpy removed.
-for alias, target in (("complex", complex), ("float", float), ("int", int)):
-    if not hasattr(numpy, alias):
-        setattr(numpy, alias, target)
+for alias, target in (("complex", complex), ("float", float), ("int", int), ("bool", bool)):
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore")
+        if not hasattr(numpy, alias):
+            setattr(numpy, alias, target)
 import skrf  # noqa: E402
 
 PRECISION = 10
@@ -120,6 +126,27 @@ def main():
                 sparam(binary, "export", p("guide.ndp"), p("guide_native.s2p"), "--no-renorm",
                        "--display", "RI", "--precision", str(PRECISION))
                 truth[project]["S"] = read_touchstone(p("guide_native.s2p"))[1]
+
+        # Differential pairs chosen with `sparam setup`, exported as version 2:
+        # the file states the matched references per port ([Reference] 100 25
+        # 100 25) and holds scikit-rf's se2gmm of the plain coupler. se2gmm
+        # pairs ports (1,2), (3,4) and lists d1 d2 c1 c2; ours keep a pair's
+        # differential mode at its positive port and the common at the negative.
+        shutil.copy(p("coupler.ndp"), p("pairs.ndp"))
+        sparam(binary, "setup", p("pairs.ndp"), "--pair", "D1=1,2", "--pair", "D2=3,4", "--matched")
+        sparam(binary, "export", p("pairs.ndp"), p("pairs.ts"), "--display", "RI",
+               "--precision", str(PRECISION))
+        text = open(p("pairs.ts")).read()
+        if "[Reference]\n100 25 100 25 \n" not in text or "! Port[1] = D1_Diff" not in text:
+            failures.append("pairs.ts: matched references or pair names missing")
+        _, mixed, _, _, _ = read_touchstone(p("pairs.ts"))
+        plain = skrf.Network(p("coupler_S_RI.s4p"))
+        plain.se2gmm(p=2, z0_mm=numpy.array([[100, 100, 25, 25]] * len(plain.f), dtype=complex))
+        ours_at = [0, 2, 1, 3]
+        want = numpy.empty_like(plain.s)
+        want[:, numpy.ix_(ours_at, ours_at)[0], numpy.ix_(ours_at, ours_at)[1]] = plain.s
+        if not close(mixed, want):
+            failures.append(f"pairs.ts: differs from scikit-rf's se2gmm by {numpy.max(abs(mixed - want)):.3g}")
 
         # Every --quantities combination, on each project, run by Octave.
         quantities = ("S", "Y", "Z", "Zo", "Gamma")
