@@ -219,6 +219,10 @@ int main(int argc, char** argv) {
   setupCommand->add_flag("--dc", setup.dc, "add a point at DC extrapolated from the lowest frequencies");
   setupCommand->add_option("--multiplier", setup.multiplier,
                            "scale every impedance by X (a symmetry-plane model's half to the whole)");
+  setupCommand->add_option("--impedance", setup.impedance,
+                           "characteristic-impedance definition the S of a port is referred to: "
+                           "Zpi (the solver's), Zpv or Zvi, for every port or per port (1=Zpv,2=Zvi); "
+                           "needs a solver that supplies them");
   setupCommand->add_flag("--clear", setup.clear, "forget every earlier choice first");
   setupCommand->callback([&] { status = sparam::RunSetup(setup, std::cout, std::cerr); });
 

@@ -13,7 +13,9 @@
 #include "product/Devices.h"
 #include "product/ExportNetworkDataCmd.h"
 #include "sparamlib/data/DcExtrapolation.h"
+#include "sparamlib/interp/FxemModalSolution.h"
 #include "sparamlib/solution/Postprocessing.h"
+#include "sparamlib/data/FxemModalData.h"
 #include "sparamlib/data/NetworkConversions.h"
 #include "sparamlib/data/NetworkTransforms.h"
 #include "support/RandomNetwork.h"
@@ -144,6 +146,61 @@ TEST_F(PostprocessedExport, RawExportsAndStepsThatCannotBeApplied) {
   EXPECT_FALSE(ExportAndRead(false, &why));
   EXPECT_NE(why.find("terminal data, which this version cannot apply"), std::string::npos) << why;
   EXPECT_FALSE(fs::exists(dir / "out.ts"));
+}
+
+// The impedance definition: an entry asked to stand at Zpv keeps the
+// solver's S and takes Zpv as its reference, so the file (renormalised to
+// 50 ohms) is the S renormalised from Zpv, not from Zpi; a definition the
+// solver did not supply is refused by name.
+TEST_F(PostprocessedExport, ImpedanceDefinitionsTheSolverSupplies) {
+  using Kind = CNetworkPostprocSetup::ImpedanceKind;
+  auto solver = std::make_unique<CFxemModalSolution>("Solver");
+  solver->SetSolutionType(CNetworkDataSolution::DiscreteSweep);
+  for (int k = 0; k < 4; ++k) solver->AddMatrixEntry(*Solution().GetMatrixEntry(k));
+  TNT::CVector zpv(4, C(0.0));
+  for (int k = 0; k < 4; ++k) zpv[k] = C(40.0 + 3.0 * k, -2.0 * k);
+  for (const auto& [f, stored] : Solution().GetFrequencyMap()) {
+    auto point = solver->CreateNetworkData();
+    auto& p = static_cast<CFxemModalData&>(*point);
+    p.SetFrequency(f);
+    p.SetSMatrix(std::make_unique<TNT::CMatrix>(*stored->GetSMatrix(false)));
+    p.SetPortImpedance(std::make_unique<TNT::CVector>(*static_cast<const CNetworkModalData&>(*stored).GetPortImpedance()));
+    p.SetImpedanceZpv(std::make_unique<TNT::CVector>(zpv));
+    solver->AddNetworkData(std::move(point));
+  }
+  project = std::make_unique<CProject>();
+  project->AddVariation().AddSolution(std::move(solver));
+  // The alternative impedances are kept with the project.
+  AString error;
+  ASSERT_TRUE(project->Save(dir / "solver.ndp", &error)) << error;
+  project = CProject::Load(dir / "solver.ndp", &error);
+  ASSERT_TRUE(project) << error;
+  const auto& first = *Solution().GetFrequencyMap().begin()->second;
+  ASSERT_NE(dynamic_cast<const CFxemModalData&>(first).GetImpedanceZpv(), nullptr);
+  EXPECT_EQ((*dynamic_cast<const CFxemModalData&>(first).GetImpedanceZpv())[3], zpv[3]);
+  setup->SetUseZpiOnly(false);
+  setup->SetCharImpedanceKinds({Kind::Zpv, Kind::Zpi, Kind::Zpi, Kind::Zvi});
+  std::string why;
+  EXPECT_FALSE(ExportAndRead(false, &why));
+  EXPECT_NE(why.find("the Zvi impedance of entry 4, but the solver supplied Zpi only"), std::string::npos) << why;
+
+  setup->SetCharImpedanceKinds({Kind::Zpv, Kind::Zpi, Kind::Zpi, Kind::Zpi});
+  auto back = ExportAndRead();
+  ASSERT_TRUE(back);
+  auto got = Only(*back).GetFrequencyMap().begin();
+  for (const auto& [f, stored] : Solution().GetFrequencyMap()) {
+    TNT::CVector from = *static_cast<const CNetworkModalData&>(*stored).GetPortImpedance();
+    from[0] = zpv[0];
+    TNT::CMatrix want, fromZpi;
+    const auto to50 = nd::SqrtImpedances(TNT::CVector(4, C(50.0)));
+    ASSERT_EQ(nd::RenormalizeS(*stored->GetSMatrix(false), nd::SqrtImpedances(from), to50, want), 0);
+    const TNT::CMatrix& read = *(got++)->second->GetSMatrix();
+    EXPECT_LE(testing_support::MaxAbsDiff(read, want), 1e-12 * testing_support::MaxAbs(want));
+    ASSERT_EQ(nd::RenormalizeS(*stored->GetSMatrix(false),
+                               nd::SqrtImpedances(*static_cast<const CNetworkModalData&>(*stored).GetPortImpedance()),
+                               to50, fromZpi), 0);
+    EXPECT_GT(testing_support::MaxAbsDiff(read, fromZpi), 1e-3) << "the definition must matter";
+  }
 }
 
 // DC: a real point at 0 Hz first in the file (at the points' own
