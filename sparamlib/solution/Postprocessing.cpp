@@ -152,6 +152,32 @@ bool PostprocessPoint(const CNetworkPostprocSetup& setup, CNetworkModalData& poi
          FormPairs(setup, point, n, why);
 }
 
+std::unique_ptr<CNetworkData> GetPostprocessedData(CNetworkDataSolution& solution, double frequency,
+                                                   double tolerance, bool interpolate, std::string* why) {
+  const bool held = solution.GetNetworkData(frequency, tolerance, false) != nullptr;
+  const CNetworkData* point = solution.GetNetworkData(frequency, tolerance, interpolate);
+  std::unique_ptr<CNetworkData> copy = point ? point->Clone() : nullptr;
+  if (point && !held) solution.ReleaseNetworkData(frequency);
+  if (!copy) {
+    Fail(why, "no point at " + std::string(AString::Format("%.10g Hz", frequency)));
+    return nullptr;
+  }
+  const CNetworkPostprocSetup* setup = solution.GetPostprocSetup();
+  if (!setup || !setup->NeedsPostprocessing()) return copy;
+  const std::vector<std::string> unapplied = UnappliedPostprocessing(*setup);
+  if (!unapplied.empty()) {
+    Fail(why, "the setup asks for " + unapplied.front() + ", which this version cannot apply");
+    return nullptr;
+  }
+  auto* modal = dynamic_cast<CNetworkModalData*>(copy.get());
+  if (!modal) {
+    Fail(why, "post-processing needs modal points (with port impedances)");
+    return nullptr;
+  }
+  if (!PostprocessPoint(*setup, *modal, why)) return nullptr;
+  return copy;
+}
+
 std::vector<AString> PostprocessedEntryNames(const CNetworkPostprocSetup& setup,
                                              const CNetworkDataSolution& solution) {
   std::vector<AString> names;

@@ -35,6 +35,14 @@ std::vector<std::string> UnappliedPostprocessing(const CNetworkPostprocSetup& se
 // is then unusable.
 bool PostprocessPoint(const CNetworkPostprocSetup& setup, CNetworkModalData& point, std::string* why);
 
+// The data the solution hands out with its setup applied: a post-processed
+// copy of the point GetNetworkData(frequency, tolerance, interpolate) gives
+// (a point interpolated for it is released again; the stored points stay
+// as they are). Without a setup, or one that needs nothing, a plain copy.
+// Null with the reason when there is no point or a step fails.
+std::unique_ptr<CNetworkData> GetPostprocessedData(CNetworkDataSolution& solution, double frequency,
+                                                   double tolerance, bool interpolate, std::string* why);
+
 // The entry names after post-processing: pairs' differential and common
 // names at their positions, the solution's own names elsewhere.
 std::vector<AString> PostprocessedEntryNames(const CNetworkPostprocSetup& setup,

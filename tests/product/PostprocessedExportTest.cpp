@@ -127,6 +127,28 @@ TEST_F(PostprocessedExport, TheFileHoldsTheChainAndTheSolutionStaysAsSolved) {
   }
 }
 
+// What the solution hands out with its setup: the export's numbers, while
+// the stored point and the solution's caches stay as they were.
+TEST_F(PostprocessedExport, PostprocessedDataIsWhatExportsWrite) {
+  const TNT::CVector renorm(4, C(75.0));
+  setup->SetPostprocessing(true, &renorm, nullptr);
+  project->GetVariation(0)->SetPostprocSetup(std::make_unique<CNetworkPostprocSetup>(*setup));
+  Solution().SetSolutionType(CNetworkDataSolution::InterpolateNeville);
+  const std::string before = Text();
+  std::string why;
+  for (double f : {1e9, 2.5e9}) {
+    auto got = nd::GetPostprocessedData(Solution(), f, 0.0, true, &why);
+    ASSERT_TRUE(got) << why;
+    EXPECT_EQ((*static_cast<CNetworkModalData&>(*got).GetPortImpedance())[2], C(75.0));
+    auto raw = Solution().GetNetworkData(f, 0.0, true)->Clone();
+    Solution().ReleaseNetworkData(f);
+    ASSERT_TRUE(static_cast<CNetworkModalData&>(*raw).Renormalize(renorm));
+    EXPECT_LE(testing_support::MaxAbsDiff(*got->GetSMatrix(), *raw->GetSMatrix()), 1e-13);
+  }
+  EXPECT_EQ(Text(), before);
+  EXPECT_FALSE(nd::GetPostprocessedData(Solution(), 50e9, 0.0, false, &why));
+}
+
 // --no-postproc writes the points as solved; steps this version cannot apply
 // are refused, not skipped.
 TEST_F(PostprocessedExport, RawExportsAndStepsThatCannotBeApplied) {
