@@ -3,6 +3,7 @@
 
 #include "sparamlib/interp/FxemModalPartitionedSolution.h"
 #include "sparamlib/interp/FxemModalSolution.h"
+#include "sparamlib/solution/NetworkTerminalSolution.h"
 #include "sparamlib/solution/TimeDataSolution.h"
 
 std::unique_ptr<CNetworkDataSolution> FxSolution::MakeNetworkDataSolution(
@@ -15,8 +16,12 @@ std::unique_ptr<CNetworkDataSolution> FxSolution::MakeNetworkDataSolution(
     case CNetworkDataSolution::FxemModal:
       return std::make_unique<CFxemModalSolution>();
     case CNetworkDataSolution::Terminal:
+      return std::make_unique<CNetworkTerminalSolution>();
     case CNetworkDataSolution::FxemTerminal:
-      break;  // terminal data is not held by this build
+      // A sweep's terminal solution would carry the sweep's interpolator,
+      // which exists for modal data only; read as a plain terminal solution
+      // it would be saved back under another type and without it.
+      break;
   }
   return nullptr;
 }

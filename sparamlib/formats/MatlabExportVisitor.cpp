@@ -12,6 +12,7 @@
 #include "sparamlib/data/NetworkDataTypes.h"
 #include "sparamlib/data/NetworkModalData.h"
 #include "sparamlib/solution/NetworkModalSolution.h"
+#include "sparamlib/solution/NetworkTerminalSolution.h"
 
 namespace {
 
@@ -58,6 +59,16 @@ const TNT::CVector* VectorOf(const CNetworkModalData& point, int kind) {
   return kind == nd::kPropagationConstants ? point.GetGamma() : point.GetPortImpedance();
 }
 
+// A terminal point's line matrices stand where a modal point has vectors:
+// "Zo" is the characteristic-impedance matrix, "Gamma" the propagation
+// matrix.
+const TNT::CMatrix* TerminalMatrixOf(CNetworkData& point, int kind) {
+  const auto* terminal = dynamic_cast<const CNetworkTerminalData*>(&point);
+  if (!terminal) return nullptr;
+  return kind == nd::kPropagationConstants ? terminal->GetGammaMatrix()
+                                           : terminal->GetCharacteristicImpedance();
+}
+
 // "re + |im|i" or "re - |im|i": MATLAB reads the blank-separated sign as a
 // binary operator, so the imaginary magnitude is written unsigned. The
 // formatter prints exactly what printf would, several times faster.
@@ -93,6 +104,7 @@ void CMatlabExportVisitor::Visit(CNetworkDataSolution& solution) {
   const int numFrequencies = static_cast<int>(m_Frequencies.size());
   const int n = solution.GetNumMatrixEntries();
   const bool modalSolution = dynamic_cast<CNetworkModalSolution*>(&solution) != nullptr;
+  const bool terminalSolution = dynamic_cast<CNetworkTerminalSolution*>(&solution) != nullptr;
 
   // ---- Header pass --------------------------------------------------------
   static const AString kDefaultProduct = "Corvan";
@@ -119,9 +131,20 @@ void CMatlabExportVisitor::Visit(CNetworkDataSolution& solution) {
     }
     // A vector is declared only when the first point of a modal solution
     // carries it; other solutions have no per-port vectors to write.
-    if (!modalSolution || numFrequencies == 0) continue;
+    // Terminal solutions write n x n matrices in their place, declared the
+    // same way.
+    if ((!modalSolution && !terminalSolution) || numFrequencies == 0) continue;
     CNetworkData* point = solution.GetNetworkData(m_Frequencies[0], kDeclarationTolerance, true);
     if (!point) continue;
+    if (terminalSolution) {
+      const bool hasMatrix = TerminalMatrixOf(*point, kind) != nullptr;
+      solution.ReleaseNetworkData(point->GetFrequency());
+      if (hasMatrix) {
+        m_Out.Printf("%s = zeros(%i,%i,%i);", name, numFrequencies, n, n);
+        m_Out.EndLine();
+      }
+      continue;
+    }
     const auto* modal = dynamic_cast<const CNetworkModalData*>(point);
     const bool hasVector = modal && VectorOf(*modal, kind);
     solution.ReleaseNetworkData(point->GetFrequency());
@@ -154,6 +177,28 @@ void CMatlabExportVisitor::Visit(CNetworkDataSolution& solution) {
       CNetworkData* point =
           solution.GetNetworkData(m_Frequencies[static_cast<size_t>(k - 1)], 0.0, true);
       if (!point) continue;
+      if (terminalSolution && vectorKind) {
+        // "Zo(k,:,:) = [ a, b;c, d ];" on one line.
+        if (const TNT::CMatrix* tm = TerminalMatrixOf(*point, kind)) {
+          line.clear();
+          line += name;
+          line += '(';
+          line += std::to_string(k);
+          line += ",:,:) = [ ";
+          const int rows = tm->num_rows();
+          const int cols = tm->num_cols();
+          for (int i = 0; i < rows; ++i) {
+            for (int j = 0; j < cols; ++j) {
+              AppendComplex(line, valueFormat, (*tm)[i][j]);
+              line += j + 1 < cols ? ", " : i + 1 < rows ? ";" : " ];";
+            }
+          }
+          m_Out << line.c_str();
+          m_Out.EndDataLine();
+        }
+        solution.ReleaseNetworkData(point->GetFrequency());
+        continue;
+      }
       // A point without the quantity gets no assignment at all: an opened
       // bracket with nothing behind it would make the whole file unreadable.
       const TNT::CMatrix* m = MatrixOf(*point, kind);

@@ -17,6 +17,7 @@
 #include "sparamlib/data/NetworkModalData.h"
 #include "sparamlib/formats/NumberFormat.h"
 #include "sparamlib/solution/NetworkModalSolution.h"
+#include "sparamlib/solution/NetworkTerminalSolution.h"
 
 namespace nd {
 namespace {
@@ -290,9 +291,30 @@ int SupercompactCode(NetworkDataType& kind, DisplayFormatType& format) {
 
 namespace {
 
+// The name of a terminal entry: its own, else "<port>:<terminal>" (or the
+// one of the two it has).
+AString TerminalEntryName(const CMatrixEntry& entry) {
+  if (!entry.GetTerminalEntryName().empty()) return entry.GetTerminalEntryName();
+  if (entry.GetTerminalName().empty()) return entry.GetPortName();
+  if (entry.GetPortName().empty()) return entry.GetTerminalName();
+  return entry.GetPortName() + ":" + entry.GetTerminalName();
+}
+
 // "! Modal data exported" (or terminal) and one "! Port[k] = name" line per
-// entry of a modal solution.
+// entry of a modal or a terminal solution.
 void WritePortComments(io::CToken_ostream& out, const CNetworkDataSolution& solution, int n) {
+  if (dynamic_cast<const CNetworkTerminalSolution*>(&solution)) {
+    // Terminal data whatever the setup says: the rows are conductors.
+    out << "! Terminal data exported";
+    out.EndLine();
+    for (int k = 0; k < n; ++k) {
+      const CMatrixEntry* entry = solution.GetMatrixEntry(k);
+      if (!entry) continue;
+      out.Printf("! Port[%d] = %s", k + 1, TerminalEntryName(*entry).c_str());
+      out.EndLine();
+    }
+    return;
+  }
   const CNetworkPostprocSetup* setup = solution.GetPostprocSetup();
   const bool modalView = !setup || setup->IsModal();
   out << (modalView ? "! Modal data exported" : "! Terminal data exported");

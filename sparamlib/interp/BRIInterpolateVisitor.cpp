@@ -10,6 +10,7 @@
 #include "sparamlib/fit/InterpolateBRI.h"
 #include "sparamlib/interp/FxemModalSolution.h"
 #include "sparamlib/interp/NevilleInterpolateVisitor.h"
+#include "sparamlib/solution/NetworkTerminalSolution.h"
 
 namespace {
 
@@ -138,6 +139,20 @@ bool CBRIInterpolateVisitor::Visit(CNetworkModalSolution& solution, CNetworkModa
     return false;
   if (candidate.GetSMatrix(false) == before) return true;  // served by the solved data
   if (!nd::InterpolatePortVectors(solution, candidate)) return false;
+  target = std::move(candidate);
+  return true;
+}
+
+bool CBRIInterpolateVisitor::Visit(CNetworkTerminalSolution& solution,
+                                   CNetworkTerminalData& target) {
+  // S from the weights, then the references and line matrices of the
+  // solved points: S was solved at those references.
+  CNetworkTerminalData candidate(target);
+  const TNT::CMatrix* before = candidate.GetSMatrix(false);
+  if (!Visit(static_cast<CNetworkDataSolution&>(solution), static_cast<CNetworkData&>(candidate)))
+    return false;
+  if (candidate.GetSMatrix(false) == before) return true;  // served by the solved data
+  if (!nd::InterpolateTerminalVectors(solution, candidate)) return false;
   target = std::move(candidate);
   return true;
 }

@@ -1,7 +1,8 @@
 // CBRIInterpolateVisitor: evaluates a solution's S matrix at an unsolved
 // frequency from its stored barycentric weights (InterpolateBRI): one pass
 // over the solved points, no fitting at request time. Port vectors of modal
-// points are interpolated by the three-point Lagrange rule.
+// points and the references and line matrices of terminal points are
+// interpolated by the three-point Lagrange rule.
 #pragma once
 
 #include <memory>
@@ -16,6 +17,7 @@ class CBRIInterpolateVisitor : public CInterpolateVisitor {
  public:
   bool Visit(CFxemModalSolution& solution, CFxemModalData& target) override;
   bool Visit(CNetworkModalSolution& solution, CNetworkModalData& target) override;
+  bool Visit(CNetworkTerminalSolution& solution, CNetworkTerminalData& target) override;
   bool Visit(CNetworkDataSolution& solution, CNetworkData& target) override;
 };
 

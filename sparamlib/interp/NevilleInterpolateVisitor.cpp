@@ -9,6 +9,7 @@
 #include "sparamlib/data/FxemModalData.h"
 #include "sparamlib/data/NetworkModalData.h"
 #include "sparamlib/interp/FxemModalSolution.h"
+#include "sparamlib/solution/NetworkTerminalSolution.h"
 
 namespace nd {
 namespace {
@@ -149,9 +150,86 @@ bool InterpolatePortVector(CNetworkModalSolution& solution, double f, int kind,
   return true;
 }
 
+// ---- Terminal points -------------------------------------------------------
+
+// The three solved points of the Lagrange rule around f (as above) and
+// their weights.
+struct Stencil {
+  CNetworkTerminalData* point[3];
+  double weight[3];
+};
+
+bool TerminalStencil(CNetworkTerminalSolution& solution, double f, Stencil& out) {
+  const auto& map = solution.GetFrequencyMap();
+  if (map.size() < 3) return false;
+  auto mid = map.lower_bound(f);
+  if (mid == map.end() || (mid != map.begin() && f - std::prev(mid)->first <= mid->first - f)) --mid;
+  if (mid == map.begin()) ++mid;
+  if (std::next(mid) == map.end()) --mid;
+  const auto below = std::prev(mid), above = std::next(mid);
+  const double a = below->first, b = mid->first, e = above->first;
+  out.weight[0] = (f - e) * (f - b) / ((a - e) * (a - b));
+  out.weight[1] = (f - e) * (f - a) / ((b - e) * (b - a));
+  out.weight[2] = (f - b) * (f - a) / ((b - e) * (a - e));
+  int k = 0;
+  for (const auto& it : {below, mid, above}) {
+    out.point[k] = dynamic_cast<CNetworkTerminalData*>(it->second.get());
+    if (!out.point[k++]) return false;
+  }
+  return true;
+}
+
+// out[k] = sum of the weighted values, or the value itself where the three
+// agree exactly.
+void Combine(const Stencil& s, const AComplex<double>* const (&v)[3], int count,
+             AComplex<double>* out) {
+  for (int k = 0; k < count; ++k) {
+    if (v[0][k] == v[1][k] && v[1][k] == v[2][k]) {
+      out[k] = v[0][k];
+    } else {
+      out[k] = v[0][k] * s.weight[0] + v[1][k] * s.weight[1] + v[2][k] * s.weight[2];
+    }
+  }
+}
+
+// The matrix `get` returns at the three points, combined; null when one of
+// them lacks it or has another size.
+template <class Get>
+std::unique_ptr<TNT::CMatrix> CombineMatrices(const Stencil& s, int n, Get get) {
+  const AComplex<double>* v[3];
+  for (int k = 0; k < 3; ++k) {
+    const TNT::CMatrix* m = get(*s.point[k]);
+    if (!m || m->num_rows() != n || m->num_cols() != n) return nullptr;
+    v[k] = m->data();
+  }
+  auto out = std::make_unique<TNT::CMatrix>(n, n);
+  Combine(s, v, n * n, out->data());
+  return out;
+}
+
 }  // namespace
 
 namespace nd {
+
+bool InterpolateTerminalVectors(CNetworkTerminalSolution& solution, CNetworkTerminalData& target) {
+  Stencil s;
+  if (!TerminalStencil(solution, target.GetFrequency(), s)) return false;
+  const int n = target.GetNumPorts();
+  const AComplex<double>* z[3];
+  for (int k = 0; k < 3; ++k) {
+    const TNT::CVector* v = s.point[k]->GetTerminalImpedance();
+    if (!v || v->size() < n) return false;
+    z[k] = v->data();
+  }
+  auto references = std::make_unique<TNT::CVector>(n);
+  Combine(s, z, n, references->data());
+  target.SetTerminalImpedance(std::move(references));
+  target.SetCharacteristicImpedance(CombineMatrices(
+      s, n, [](const CNetworkTerminalData& p) { return p.GetCharacteristicImpedance(); }));
+  target.SetGammaMatrix(
+      CombineMatrices(s, n, [](const CNetworkTerminalData& p) { return p.GetGammaMatrix(); }));
+  return true;
+}
 
 bool InterpolatePortVectors(CNetworkModalSolution& solution, CNetworkModalData& target) {
   const double f = target.GetFrequency();
@@ -188,6 +266,18 @@ bool CNevilleInterpolateVisitor::Visit(CNetworkModalSolution& solution, CNetwork
   // first (which leave the target alone on failure), then S.
   CNetworkModalData candidate(target);
   if (!nd::InterpolatePortVectors(solution, candidate)) return false;
+  if (!Visit(static_cast<CNetworkDataSolution&>(solution), static_cast<CNetworkData&>(candidate)))
+    return false;
+  target = std::move(candidate);
+  return true;
+}
+
+bool CNevilleInterpolateVisitor::Visit(CNetworkTerminalSolution& solution,
+                                       CNetworkTerminalData& target) {
+  // As for modal points: the references first (the target is left alone
+  // when they cannot be had), then S entry by entry.
+  CNetworkTerminalData candidate(target);
+  if (!nd::InterpolateTerminalVectors(solution, candidate)) return false;
   if (!Visit(static_cast<CNetworkDataSolution&>(solution), static_cast<CNetworkData&>(candidate)))
     return false;
   target = std::move(candidate);

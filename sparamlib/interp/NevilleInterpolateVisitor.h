@@ -33,11 +33,20 @@ double InterpolationError(const TNT::CMatrix& Y, const TNT::CMatrix& E);
 // impedances.
 bool InterpolatePortVectors(CNetworkModalSolution& solution, CNetworkModalData& target);
 
+// The same rule for a terminal point: its terminal reference impedances
+// (required), and its characteristic-impedance and propagation matrices
+// (entry by entry) when the three solved points have them. An entry equal
+// at the three points is taken as it is, so frequency-independent
+// references stay exactly what they were. False, with the target untouched,
+// when fewer than 3 points are solved or one of them lacks the references.
+bool InterpolateTerminalVectors(CNetworkTerminalSolution& solution, CNetworkTerminalData& target);
+
 }  // namespace nd
 
 class CNevilleInterpolateVisitor : public CInterpolateVisitor {
  public:
   bool Visit(CFxemModalSolution& solution, CFxemModalData& target) override;
   bool Visit(CNetworkModalSolution& solution, CNetworkModalData& target) override;
+  bool Visit(CNetworkTerminalSolution& solution, CNetworkTerminalData& target) override;
   bool Visit(CNetworkDataSolution& solution, CNetworkData& target) override;
 };
