@@ -9,6 +9,7 @@
 
 #include "sparamlib/data/NetworkModalData.h"
 #include "sparamlib/formats/NetworkDataUtilities.h"
+#include "sparamlib/interp/FxemModalPartitionedSolution.h"
 #include "sparamlib/formats/TouchstoneReader.h"
 #include "sparamlib/solution/Postprocessing.h"
 
@@ -332,7 +333,12 @@ bool PlanExport(CNetworkDataSolution& solution, const ExportRequest& request, Ex
   // A copy of the solution's description (entries, noise data, setup)
   // without its points; the copies chosen below take their place. Its
   // points are looked up where they stand, never through a model.
-  plan.data = solution.Clone();
+  // A combined sweep's copy is its combined points without its parts (the
+  // parts only serve interpolation, which is done by then).
+  if (const auto* combined = dynamic_cast<const CFxemModalPartitionedSolution*>(&solution))
+    plan.data = std::make_unique<CNetworkModalSolution>(*combined);
+  else
+    plan.data = solution.Clone();
   plan.data->Clear();
   plan.data->SetSolutionType(CNetworkDataSolution::DiscreteSweep);
   if (!CopyPoints(solution, frequencies, plan, error)) return false;

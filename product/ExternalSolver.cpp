@@ -384,8 +384,10 @@ bool ExternalSolver::ParseAnswer(const std::string& line, double frequency, doub
                        matrix[i][j], error))
         return Fail(where + error, false, why);
   }
-  std::optional<TNT::CVector> z, gamma;
-  if (!ReadPortVector(answer, "port_impedance", n, z, error) || !ReadPortVector(answer, "gamma", n, gamma, error))
+  std::optional<TNT::CVector> z, gamma, zpv, zvi;
+  if (!ReadPortVector(answer, "port_impedance", n, z, error) || !ReadPortVector(answer, "gamma", n, gamma, error) ||
+      !ReadPortVector(answer, "port_impedance_zpv", n, zpv, error) ||
+      !ReadPortVector(answer, "port_impedance_zvi", n, zvi, error))
     return Fail(where + error, false, why);
   if (z)
     for (int i = 0; i < n; ++i)
@@ -397,6 +399,8 @@ bool ExternalSolver::ParseAnswer(const std::string& line, double frequency, doub
   out.s = std::move(matrix);
   out.portImpedance = std::move(z);
   out.gamma = std::move(gamma);
+  out.zpv = std::move(zpv);
+  out.zvi = std::move(zvi);
   return true;
 }
 

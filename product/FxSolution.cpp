@@ -1,6 +1,7 @@
 // Creating, storing and reading solutions by object type.
 #include "product/FxSolution.h"
 
+#include "sparamlib/interp/FxemModalPartitionedSolution.h"
 #include "sparamlib/interp/FxemModalSolution.h"
 #include "sparamlib/solution/NetworkTerminalSolution.h"
 #include "sparamlib/solution/TimeDataSolution.h"
@@ -46,6 +47,9 @@ int FxSolution::Read(const io::CBlock& block) {
   if (!io::IsReadOk(found)) return found;
   std::unique_ptr<CNetworkDataSolution> solution =
       MakeNetworkDataSolution(static_cast<CNetworkDataSolution::ObjectType>(type));
+  // A combined sweep is modal data with the sweeps it is made of beside.
+  if (type == CNetworkDataSolution::Modal && block.FindBlock("Parts"))
+    solution = std::make_unique<CFxemModalPartitionedSolution>();
   // A time-domain solution has no object type of its own: its two items,
   // written ahead of the base ones, are what tell it from a plain solution.
   if (type == CNetworkDataSolution::NoObject &&

@@ -9,6 +9,7 @@
 #include "product/Project.h"
 #include "product/SetupCommand.h"
 #include "sparamlib/fit/InterpolateBRI.h"
+#include "sparamlib/interp/FxemModalPartitionedSolution.h"
 
 namespace sparam {
 namespace {
@@ -42,6 +43,13 @@ ordered_json SolutionSummary(const CNetworkDataSolution& s) {
       if (point->GetDataType() == CNetworkData::Interpolated)
         errors.push_back({{"frequency_hz", f}, {"error", point->GetValue()}});
   if (!errors.empty()) j["interpolation_errors"] = errors;
+  if (const auto* combined = dynamic_cast<const CFxemModalPartitionedSolution*>(&s)) {
+    ordered_json parts = ordered_json::array();
+    for (size_t k = 0; k < combined->GetParts().size(); ++k)
+      parts.push_back({{"name", combined->GetParts()[k]->GetName()},
+                       {"share_from_hz", combined->GetShareStarts()[k]}});
+    j["combined_from"] = parts;
+  }
   if (const InterpolateBRI* w = s.GetBRIWeights()) {
     j["bri_weights"] = {{"frequencies", w->GetFrequencies().size()},
                         {"support_points", w->GetSupportFrequencies().size()},
@@ -75,6 +83,16 @@ ordered_json ProjectSummary(const CProject& project, const std::string& path) {
 }
 
 void PrintInterpolation(const ordered_json& s, std::ostream& out) {
+  if (s.contains("combined_from")) {
+    out << "    combined sweep:";
+    std::string sep = " ";
+    for (const auto& part : s["combined_from"]) {
+      out << sep << part["name"].get<std::string>() << " from "
+          << FormatFrequency(part["share_from_hz"].get<double>());
+      sep = ", ";
+    }
+    out << "\n";
+  }
   if (s.contains("interpolation_errors")) {
     const auto& errors = s["interpolation_errors"];
     double worst = 0.0, at = 0.0;

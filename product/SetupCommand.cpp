@@ -2,6 +2,7 @@
 // the choices the command line does not mention.
 #include "product/SetupCommand.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
@@ -147,7 +148,26 @@ bool ParsePairs(const std::vector<std::string>& texts, const CNetworkDataSolutio
 
 bool AnyChoice(const SetupOptions& o) {
   return o.clear || !o.renorm.empty() || !o.deembed.empty() || o.lossless || !o.pairs.empty() ||
-         o.matched || o.dc || o.multiplier.has_value();
+         o.matched || o.dc || o.multiplier.has_value() || !o.impedance.empty();
+}
+
+using Kind = CNetworkPostprocSetup::ImpedanceKind;
+
+bool ParseImpedanceKinds(const std::string& text, int n, std::vector<Kind>& kinds, std::string* why) {
+  std::vector<std::pair<int, std::string>> items;
+  if (!ParseAssignments(text, n, "--impedance", items, why)) return false;
+  kinds.assign(static_cast<size_t>(n), Kind::Zpi);
+  for (const auto& [index, value] : items) {
+    const std::string v = Trim(value);
+    const Kind kind = v == "Zpi" ? Kind::Zpi : v == "Zpv" ? Kind::Zpv : v == "Zvi" ? Kind::Zvi : Kind::NotSet;
+    if (kind == Kind::NotSet) {
+      *why = "--impedance: expected Zpi, Zpv or Zvi, found \"" + v + "\"";
+      return false;
+    }
+    for (int k = 0; k < n; ++k)
+      if (index < 0 || k == index) kinds[static_cast<size_t>(k)] = kind;
+  }
+  return true;
 }
 
 // The new setup: the old one's choices, with what the options say laid over
@@ -195,9 +215,16 @@ std::unique_ptr<CNetworkPostprocSetup> BuildSetup(const CNetworkPostprocSetup* o
     return nullptr;
   }
   setup->SetImpedMultiplier(o.multiplier.value_or(keep ? keep->GetImpedMultiplier() : 1.0));
-  if (keep) {
+  if (!o.impedance.empty()) {
+    std::vector<Kind> kinds;
+    if (!ParseImpedanceKinds(o.impedance, n, kinds, why)) return nullptr;
+    setup->SetUseZpiOnly(std::all_of(kinds.begin(), kinds.end(), [](Kind k) { return k == Kind::Zpi; }));
+    setup->SetCharImpedanceKinds(std::move(kinds));
+  } else if (keep) {
     setup->SetUseZpiOnly(keep->GetUseZpiOnly());
     setup->SetCharImpedanceKinds(keep->GetCharImpedanceKinds());
+  }
+  if (keep) {
     setup->SetPortCalibration(keep->GetCalibratePorts(), keep->GetPortLengths(), keep->GetPortWidths());
   }
   return setup;
@@ -280,6 +307,15 @@ std::vector<std::string> DescribeSetup(const CNetworkPostprocSetup& setup) {
                     std::to_string(p.GetPosTerminalIndex() + 1) + " (+) and " +
                     std::to_string(p.GetNegTerminalIndex() + 1) + " (-)" +
                     (p.GetUseMatched() ? ", matched references" : ""));
+  }
+  if (!setup.GetUseZpiOnly()) {
+    std::string text;
+    const auto& kinds = setup.GetCharImpedanceKinds();
+    for (size_t k = 0; k < kinds.size(); ++k)
+      if (kinds[k] == Kind::Zpv || kinds[k] == Kind::Zvi)
+        text += (text.empty() ? "" : ", ") + std::string("port ") + std::to_string(k + 1) + " " +
+                (kinds[k] == Kind::Zpv ? "Zpv" : "Zvi");
+    if (!text.empty()) lines.push_back("characteristic impedance " + text);
   }
   if (setup.GetExtrapToDC()) lines.push_back("extrapolate to DC");
   if (setup.GetImpedMultiplier() != 1.0)

@@ -23,6 +23,7 @@ struct SetupOptions {
   bool matched = false;
   bool dc = false;
   std::optional<double> multiplier;
+  std::string impedance;               // "Zpv" or "1=Zpv,2=Zvi"
   bool clear = false;
 };
 

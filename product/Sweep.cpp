@@ -142,6 +142,8 @@ SweepOutcome RunSweep(CProject& project, CFxemModalSolution& solution, const Swe
     modal.SetPortImpedance(std::make_unique<TNT::CVector>(
         answer.portImpedance ? *answer.portImpedance : TNT::CVector(n, AComplex<double>(nd::kDefaultReferenceOhms))));
     if (answer.gamma) modal.SetGamma(std::make_unique<TNT::CVector>(*answer.gamma));
+    if (answer.zpv) modal.SetImpedanceZpv(std::make_unique<TNT::CVector>(*answer.zpv));
+    if (answer.zvi) modal.SetImpedanceZvi(std::make_unique<TNT::CVector>(*answer.zvi));
     modal.SetSMatrix(std::make_unique<TNT::CMatrix>(std::move(answer.s)));
     if (!solution.AddSweepPoint(std::move(point))) {
       return stop(SweepOutcome::Stuck, "the solver answered " + FormatFrequency(answer.frequency) +

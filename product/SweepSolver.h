@@ -15,6 +15,9 @@ struct SolvedPoint {
   TNT::CMatrix s;          // n x n
   std::optional<TNT::CVector> portImpedance;  // ohms, one per port; absent: 50 ohms
   std::optional<TNT::CVector> gamma;          // propagation constants, one per port
+  // The ports' characteristic impedances by the power-voltage and the
+  // voltage-current definition, when the solver computes them.
+  std::optional<TNT::CVector> zpv, zvi;
 };
 
 class ISweepSolver {

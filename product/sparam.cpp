@@ -6,6 +6,7 @@
 #include <optional>
 #include <sstream>
 
+#include "product/CombineCommand.h"
 #include "product/ConvertCommand.h"
 #include "product/ExportNetworkDataCmd.h"
 #include "product/FrequencyList.h"
@@ -218,8 +219,25 @@ int main(int argc, char** argv) {
   setupCommand->add_flag("--dc", setup.dc, "add a point at DC extrapolated from the lowest frequencies");
   setupCommand->add_option("--multiplier", setup.multiplier,
                            "scale every impedance by X (a symmetry-plane model's half to the whole)");
+  setupCommand->add_option("--impedance", setup.impedance,
+                           "characteristic-impedance definition the S of a port is referred to: "
+                           "Zpi (the solver's), Zpv or Zvi, for every port or per port (1=Zpv,2=Zvi); "
+                           "needs a solver that supplies them");
   setupCommand->add_flag("--clear", setup.clear, "forget every earlier choice first");
   setupCommand->callback([&] { status = sparam::RunSetup(setup, std::cout, std::cerr); });
+
+  sparam::CombineOptions combine;
+  CLI::App* combineCommand = app.add_subcommand(
+      "combine",
+      "Combine sweeps over adjacent or overlapping bands into one project: each keeps its own "
+      "points and interpolation and answers inside its share of the band. Where two bands overlap "
+      "the overlap is split at its midpoint (the lower sweep below it, the upper from it on); a gap "
+      "between bands, or a band inside another, is refused");
+  combineCommand->add_option("INPUTS", combine.inputs, "projects (.ndp), Touchstone or Citifile files")
+      ->required()->expected(2, -1);
+  combineCommand->add_option("-o,--output", combine.output, "project file to write (.ndp)")->required();
+  combineCommand->add_option("--solution", combine.solution, "solution name in each input (default: the first)");
+  combineCommand->callback([&] { status = sparam::RunCombine(combine, std::cout, std::cerr); });
 
   sparam::InterpOptions interp;
   CLI::App* interpCommand = app.add_subcommand(

@@ -370,10 +370,13 @@ void WriteTouchstoneFile(const AString& fileName, CNetworkDataSolution& solution
 }
 
 void WriteTouchstone(io::CToken_ostream& out, CNetworkDataSolution& solution,
-                     const std::vector<double>& frequencies, const AString& projectName,
+                     const std::vector<double>& requested, const AString& projectName,
                      bool exportGamma, double referenceImpedance, DisplayFormatType format,
                      NetworkDataType kind, int precision, bool renormalize,
                      bool alreadyAtReference, const IDesignVariation* variation) {
+  // A combined sweep writes its own frequencies, whatever the caller asks.
+  const std::vector<double>& frequencies =
+      solution.GetOwnFrequencyList() ? *solution.GetOwnFrequencyList() : requested;
   out.Format(false);
   out.SetPrecision(precision);
   const int n = solution.GetNumMatrixEntries();

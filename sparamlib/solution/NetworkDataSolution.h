@@ -84,6 +84,9 @@ class CNetworkDataSolution : public INetworkDataOwner {
   const PointMap& GetFrequencyMap() const { return m_FrequencyMap; }
   const PointMap& GetInterpolatedMap() const { return m_InterpolatedMap; }
   int GetNumFrequencies() const { return static_cast<int>(m_FrequencyMap.size()); }
+  // A solution that keeps a frequency list of its own (a combined sweep)
+  // gives it here; writers then use it in place of the caller's list.
+  virtual const std::vector<double>* GetOwnFrequencyList() const { return nullptr; }
 
   // Makes an empty point of the class that suits the solution, owned by it.
   virtual std::unique_ptr<CNetworkData> CreateNetworkData();

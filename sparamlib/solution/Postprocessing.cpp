@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "sparamlib/data/DcExtrapolation.h"
+#include "sparamlib/data/FxemModalData.h"
 #include "sparamlib/data/NetworkTransforms.h"
 
 namespace nd {
@@ -37,6 +38,42 @@ PortPairs PairsOf(const CNetworkPostprocSetup& setup) {
 void ReplaceS(CNetworkModalData& point, CMatrix s) {
   point.DropDerivedMatrices();
   point.SetSMatrix(std::make_unique<CMatrix>(std::move(s)));
+}
+
+// The solver's modal S is normalised to the power each mode carries, and is
+// the same whichever definition gives the mode its voltage and current; the
+// definition only says which impedance that S stands at. An entry whose
+// setup asks for Zpv or Zvi therefore keeps its S and takes that impedance
+// as its reference (so its Y and Z, and any renormalisation after, change).
+bool ChooseImpedanceKinds(const CNetworkPostprocSetup& setup, CNetworkModalData& point, int n,
+                          std::string* why) {
+  using Kind = CNetworkPostprocSetup::ImpedanceKind;
+  const std::vector<Kind>& kinds = setup.GetCharImpedanceKinds();
+  if (setup.GetUseZpiOnly() ||
+      std::none_of(kinds.begin(), kinds.end(), [](Kind k) { return k == Kind::Zpv || k == Kind::Zvi; }))
+    return true;
+  const CVector* own = point.GetPortImpedance();
+  if (!own || own->dim() != n)
+    return Fail(why, "choosing an impedance definition needs each port's impedance, and the points carry none");
+  const auto* solver = dynamic_cast<const CFxemModalData*>(&point);
+  auto target = std::make_unique<CVector>(*own);
+  for (int k = 0; k < n && static_cast<size_t>(k) < kinds.size(); ++k) {
+    const Kind kind = kinds[static_cast<size_t>(k)];
+    if (kind != Kind::Zpv && kind != Kind::Zvi) continue;
+    const char* name = kind == Kind::Zpv ? "Zpv" : "Zvi";
+    const CVector* alternative =
+        solver ? (kind == Kind::Zpv ? solver->GetImpedanceZpv() : solver->GetImpedanceZvi()) : nullptr;
+    if (!alternative || alternative->dim() != n) {
+      return Fail(why, std::string("the setup asks for the ") + name + " impedance of entry " +
+                           std::to_string(k + 1) + ", but the solver supplied Zpi only for this point");
+    }
+    (*target)[k] = (*alternative)[k];
+  }
+  auto s = std::make_unique<CMatrix>(*point.GetSMatrix(true));
+  point.SetPortImpedance(std::move(target));
+  point.DropDerivedMatrices();
+  point.SetSMatrix(std::move(s));
+  return true;
 }
 
 bool Deembed(const CNetworkPostprocSetup& setup, CNetworkModalData& point, int n, std::string* why) {
@@ -99,13 +136,6 @@ bool FormPairs(const CNetworkPostprocSetup& setup, CNetworkModalData& point, int
 std::vector<std::string> UnappliedPostprocessing(const CNetworkPostprocSetup& setup) {
   std::vector<std::string> steps;
   if (!setup.IsModal()) steps.push_back("terminal data");
-  const auto& kinds = setup.GetCharImpedanceKinds();
-  if (!setup.GetUseZpiOnly() &&
-      std::any_of(kinds.begin(), kinds.end(), [](auto k) {
-        return k != CNetworkPostprocSetup::ImpedanceKind::Zpi &&
-               k != CNetworkPostprocSetup::ImpedanceKind::NotSet;
-      }))
-    steps.push_back("characteristic impedances other than Zpi (the solver supplied Zpi only)");
   if (setup.HasPortCalibration())
     steps.push_back("lumped-port calibration (Lumped port calibration failed: this version has no "
                     "calibration model for lumped ports)");
@@ -116,9 +146,36 @@ bool PostprocessPoint(const CNetworkPostprocSetup& setup, CNetworkModalData& poi
   const CMatrix* s = point.GetSMatrix(true);
   if (!s) return Fail(why, "the point has no S matrix");
   const int n = s->num_rows();
+  if (!ChooseImpedanceKinds(setup, point, n, why)) return false;
   if (setup.GetImpedMultiplier() != 1.0) ScaleImpedance(setup.GetImpedMultiplier(), point);
   return Deembed(setup, point, n, why) && Renormalize(setup, point, n, why) &&
          FormPairs(setup, point, n, why);
+}
+
+std::unique_ptr<CNetworkData> GetPostprocessedData(CNetworkDataSolution& solution, double frequency,
+                                                   double tolerance, bool interpolate, std::string* why) {
+  const bool held = solution.GetNetworkData(frequency, tolerance, false) != nullptr;
+  const CNetworkData* point = solution.GetNetworkData(frequency, tolerance, interpolate);
+  std::unique_ptr<CNetworkData> copy = point ? point->Clone() : nullptr;
+  if (point && !held) solution.ReleaseNetworkData(frequency);
+  if (!copy) {
+    Fail(why, "no point at " + std::string(AString::Format("%.10g Hz", frequency)));
+    return nullptr;
+  }
+  const CNetworkPostprocSetup* setup = solution.GetPostprocSetup();
+  if (!setup || !setup->NeedsPostprocessing()) return copy;
+  const std::vector<std::string> unapplied = UnappliedPostprocessing(*setup);
+  if (!unapplied.empty()) {
+    Fail(why, "the setup asks for " + unapplied.front() + ", which this version cannot apply");
+    return nullptr;
+  }
+  auto* modal = dynamic_cast<CNetworkModalData*>(copy.get());
+  if (!modal) {
+    Fail(why, "post-processing needs modal points (with port impedances)");
+    return nullptr;
+  }
+  if (!PostprocessPoint(*setup, *modal, why)) return nullptr;
+  return copy;
 }
 
 std::vector<AString> PostprocessedEntryNames(const CNetworkPostprocSetup& setup,

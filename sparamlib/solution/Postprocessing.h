@@ -2,6 +2,9 @@
 // data the user asked for, while the stored points stay as solved.
 //
 // Order, each step on the result of the one before:
+//   0. the characteristic-impedance definition per entry (Zpv or Zvi where
+//      the setup asks for it and the solver supplied it): the S stays, its
+//      reference becomes that impedance;
 //   1. impedance multiplier (a symmetry-plane model's half scaled to the whole);
 //   2. de-embedding by the per-port distances through each mode's
 //      propagation constant (phase only when the setup is lossless);
@@ -23,7 +26,7 @@
 namespace nd {
 
 // The steps the setup asks for that this version does not apply (terminal
-// view, impedance kinds other than Zpi, lumped-port calibration), in words.
+// view, lumped-port calibration), in words.
 std::vector<std::string> UnappliedPostprocessing(const CNetworkPostprocSetup& setup);
 
 // Post-processes `point` (a copy) in place. False with the reason when a
@@ -31,6 +34,14 @@ std::vector<std::string> UnappliedPostprocessing(const CNetworkPostprocSetup& se
 // propagation constants to de-embed with, a singular transform); the point
 // is then unusable.
 bool PostprocessPoint(const CNetworkPostprocSetup& setup, CNetworkModalData& point, std::string* why);
+
+// The data the solution hands out with its setup applied: a post-processed
+// copy of the point GetNetworkData(frequency, tolerance, interpolate) gives
+// (a point interpolated for it is released again; the stored points stay
+// as they are). Without a setup, or one that needs nothing, a plain copy.
+// Null with the reason when there is no point or a step fails.
+std::unique_ptr<CNetworkData> GetPostprocessedData(CNetworkDataSolution& solution, double frequency,
+                                                   double tolerance, bool interpolate, std::string* why);
 
 // The entry names after post-processing: pairs' differential and common
 // names at their positions, the solution's own names elsewhere.

@@ -15,7 +15,8 @@
 # (Network refuses them), and stops at [Two-Port Data Order], which version 2
 # requires of two-ports; for those files that one line is left out before it
 # reads them (it assumes 21_12, which is the order we write).
-# Differential pairs set with `sparam setup` must export as scikit-rf's se2gmm.
+# Differential pairs set with `sparam setup` must export as scikit-rf's se2gmm,
+# and de-embedding set there must turn the built-in line into the shorter one.
 # Every m-file, for every combination of --quantities, must run in Octave,
 # and its S must equal the S scikit-rf read (for the waveguide the S at its
 # own wave impedances, which MATLAB files keep beside Zo).
@@ -146,6 +147,26 @@ def main():
         want[:, numpy.ix_(ours_at, ours_at)[0], numpy.ix_(ours_at, ours_at)[1]] = plain.s
         if not close(mixed, want):
             failures.append(f"pairs.ts: differs from scikit-rf's se2gmm by {numpy.max(abs(mixed - want)):.3g}")
+
+        # De-embedding through the whole chain of commands: the built-in line
+        # (0.3 m of 60-ohm line, gamma from Devices.cpp's formula) referred to
+        # 60 ohms is matched at its ports; with 5 cm de-embedded at each port
+        # it must be the analytic 0.2 m line: S11 = 0, S21 = exp(-gamma 0.2).
+        sparam(binary, "sweep", "--device", "line", "--tol", "1e-6", "-o", p("line.ndp"))
+        sparam(binary, "export", p("line.ndp"), p("line60.ts"), "--renorm", "60", "--gamma",
+               "--display", "RI", "--precision", "17")
+        sparam(binary, "convert", p("line60.ts"), p("line60.ndp"))
+        sparam(binary, "setup", p("line60.ndp"), "--deembed", "1=5cm,2=5cm")
+        sparam(binary, "export", p("line60.ndp"), p("short.ts"), "--display", "RI", "--precision", "17")
+        f, short, _, _, r = read_touchstone(p("short.ts"))
+        ghz = f / 1e9
+        alpha = (numpy.sqrt(ghz) + 0.5 * ghz) / (20.0 / numpy.log(10.0))
+        gamma = alpha + 2j * numpy.pi * f / (0.7 * 299792458.0)
+        want = numpy.zeros_like(short)
+        want[:, 0, 1] = want[:, 1, 0] = numpy.exp(-gamma * 0.2)
+        worst = numpy.max(abs(short - want))
+        if r != 60.0 or worst > 1e-10:
+            failures.append(f"de-embedded line: R {r}, differs from the 0.2 m line by {worst:.3g}")
 
         # Every --quantities combination, on each project, run by Octave.
         quantities = ("S", "Y", "Z", "Zo", "Gamma")

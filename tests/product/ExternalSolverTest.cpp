@@ -22,7 +22,7 @@ using sparam::ExternalSolver;
 // Answers every request with a fixed 2-port matrix at the requested frequency.
 constexpr const char* kGood2Port = R"(while read f; do
   echo "$f" >> "$(dirname "$0")/requests"
-  printf '{"frequency": %s, "s": [[[0.1, 0.2], [0.5, 0]], [[0.5, 0], [0.1, -0.2]]], "port_impedance": [[50, 0], [75, -5]], "gamma": null}\n' "$f"
+  printf '{"frequency": %s, "s": [[[0.1, 0.2], [0.5, 0]], [[0.5, 0], [0.1, -0.2]]], "port_impedance": [[50, 0], [75, -5]], "gamma": null, "port_impedance_zpv": [[48, 1], [71, -4]]}\n' "$f"
 done
 )";
 
@@ -79,6 +79,9 @@ TEST_F(ExternalSolverTest, OneProcessAnswersEveryRequest) {
     ASSERT_TRUE(p.portImpedance.has_value());
     EXPECT_EQ((*p.portImpedance)[1], TNT::Complex(75.0, -5.0));
     EXPECT_FALSE(p.gamma.has_value());
+    ASSERT_TRUE(p.zpv.has_value());
+    EXPECT_EQ((*p.zpv)[1], TNT::Complex(71.0, -4.0));
+    EXPECT_FALSE(p.zvi.has_value());
     if (first < 0) first = solver.GetPid();
     EXPECT_EQ(solver.GetPid(), first);
   }
@@ -132,6 +135,11 @@ TEST_F(ExternalSolverTest, BrokenSolversFailWithAClearMessage) {
        false},
       {"port impedances", "read f; echo '{\"frequency\": 1.5e9, \"s\": [[[0.5, 0]]], \"port_impedance\": [50]}'", 0,
        10, "line 1 of the solver's output (answer for 1.5 GHz): port_impedance[0] should be [re, im], got '50'",
+       false},
+      {"zvi count", "read f; echo '{\"frequency\": 1.5e9, \"s\": [[[0.5, 0]]], \"port_impedance_zvi\": []}'", 0,
+       10,
+       "line 1 of the solver's output (answer for 1.5 GHz): \"port_impedance_zvi\" should be a list of 1 [re, im] "
+       "pairs, one per port",
        false},
       {"gamma count", "read f; echo '{\"frequency\": 1.5e9, \"s\": [[[0.5, 0]]], \"gamma\": [[0, 1], [0, 1]]}'", 0,
        10,

@@ -13,7 +13,9 @@
 #include "product/Devices.h"
 #include "product/ExportNetworkDataCmd.h"
 #include "sparamlib/data/DcExtrapolation.h"
+#include "sparamlib/interp/FxemModalSolution.h"
 #include "sparamlib/solution/Postprocessing.h"
+#include "sparamlib/data/FxemModalData.h"
 #include "sparamlib/data/NetworkConversions.h"
 #include "sparamlib/data/NetworkTransforms.h"
 #include "support/RandomNetwork.h"
@@ -125,6 +127,28 @@ TEST_F(PostprocessedExport, TheFileHoldsTheChainAndTheSolutionStaysAsSolved) {
   }
 }
 
+// What the solution hands out with its setup: the export's numbers, while
+// the stored point and the solution's caches stay as they were.
+TEST_F(PostprocessedExport, PostprocessedDataIsWhatExportsWrite) {
+  const TNT::CVector renorm(4, C(75.0));
+  setup->SetPostprocessing(true, &renorm, nullptr);
+  project->GetVariation(0)->SetPostprocSetup(std::make_unique<CNetworkPostprocSetup>(*setup));
+  Solution().SetSolutionType(CNetworkDataSolution::InterpolateNeville);
+  const std::string before = Text();
+  std::string why;
+  for (double f : {1e9, 2.5e9}) {
+    auto got = nd::GetPostprocessedData(Solution(), f, 0.0, true, &why);
+    ASSERT_TRUE(got) << why;
+    EXPECT_EQ((*static_cast<CNetworkModalData&>(*got).GetPortImpedance())[2], C(75.0));
+    auto raw = Solution().GetNetworkData(f, 0.0, true)->Clone();
+    Solution().ReleaseNetworkData(f);
+    ASSERT_TRUE(static_cast<CNetworkModalData&>(*raw).Renormalize(renorm));
+    EXPECT_LE(testing_support::MaxAbsDiff(*got->GetSMatrix(), *raw->GetSMatrix()), 1e-13);
+  }
+  EXPECT_EQ(Text(), before);
+  EXPECT_FALSE(nd::GetPostprocessedData(Solution(), 50e9, 0.0, false, &why));
+}
+
 // --no-postproc writes the points as solved; steps this version cannot apply
 // are refused, not skipped.
 TEST_F(PostprocessedExport, RawExportsAndStepsThatCannotBeApplied) {
@@ -144,6 +168,61 @@ TEST_F(PostprocessedExport, RawExportsAndStepsThatCannotBeApplied) {
   EXPECT_FALSE(ExportAndRead(false, &why));
   EXPECT_NE(why.find("terminal data, which this version cannot apply"), std::string::npos) << why;
   EXPECT_FALSE(fs::exists(dir / "out.ts"));
+}
+
+// The impedance definition: an entry asked to stand at Zpv keeps the
+// solver's S and takes Zpv as its reference, so the file (renormalised to
+// 50 ohms) is the S renormalised from Zpv, not from Zpi; a definition the
+// solver did not supply is refused by name.
+TEST_F(PostprocessedExport, ImpedanceDefinitionsTheSolverSupplies) {
+  using Kind = CNetworkPostprocSetup::ImpedanceKind;
+  auto solver = std::make_unique<CFxemModalSolution>("Solver");
+  solver->SetSolutionType(CNetworkDataSolution::DiscreteSweep);
+  for (int k = 0; k < 4; ++k) solver->AddMatrixEntry(*Solution().GetMatrixEntry(k));
+  TNT::CVector zpv(4, C(0.0));
+  for (int k = 0; k < 4; ++k) zpv[k] = C(40.0 + 3.0 * k, -2.0 * k);
+  for (const auto& [f, stored] : Solution().GetFrequencyMap()) {
+    auto point = solver->CreateNetworkData();
+    auto& p = static_cast<CFxemModalData&>(*point);
+    p.SetFrequency(f);
+    p.SetSMatrix(std::make_unique<TNT::CMatrix>(*stored->GetSMatrix(false)));
+    p.SetPortImpedance(std::make_unique<TNT::CVector>(*static_cast<const CNetworkModalData&>(*stored).GetPortImpedance()));
+    p.SetImpedanceZpv(std::make_unique<TNT::CVector>(zpv));
+    solver->AddNetworkData(std::move(point));
+  }
+  project = std::make_unique<CProject>();
+  project->AddVariation().AddSolution(std::move(solver));
+  // The alternative impedances are kept with the project.
+  AString error;
+  ASSERT_TRUE(project->Save(dir / "solver.ndp", &error)) << error;
+  project = CProject::Load(dir / "solver.ndp", &error);
+  ASSERT_TRUE(project) << error;
+  const auto& first = *Solution().GetFrequencyMap().begin()->second;
+  ASSERT_NE(dynamic_cast<const CFxemModalData&>(first).GetImpedanceZpv(), nullptr);
+  EXPECT_EQ((*dynamic_cast<const CFxemModalData&>(first).GetImpedanceZpv())[3], zpv[3]);
+  setup->SetUseZpiOnly(false);
+  setup->SetCharImpedanceKinds({Kind::Zpv, Kind::Zpi, Kind::Zpi, Kind::Zvi});
+  std::string why;
+  EXPECT_FALSE(ExportAndRead(false, &why));
+  EXPECT_NE(why.find("the Zvi impedance of entry 4, but the solver supplied Zpi only"), std::string::npos) << why;
+
+  setup->SetCharImpedanceKinds({Kind::Zpv, Kind::Zpi, Kind::Zpi, Kind::Zpi});
+  auto back = ExportAndRead();
+  ASSERT_TRUE(back);
+  auto got = Only(*back).GetFrequencyMap().begin();
+  for (const auto& [f, stored] : Solution().GetFrequencyMap()) {
+    TNT::CVector from = *static_cast<const CNetworkModalData&>(*stored).GetPortImpedance();
+    from[0] = zpv[0];
+    TNT::CMatrix want, fromZpi;
+    const auto to50 = nd::SqrtImpedances(TNT::CVector(4, C(50.0)));
+    ASSERT_EQ(nd::RenormalizeS(*stored->GetSMatrix(false), nd::SqrtImpedances(from), to50, want), 0);
+    const TNT::CMatrix& read = *(got++)->second->GetSMatrix();
+    EXPECT_LE(testing_support::MaxAbsDiff(read, want), 1e-12 * testing_support::MaxAbs(want));
+    ASSERT_EQ(nd::RenormalizeS(*stored->GetSMatrix(false),
+                               nd::SqrtImpedances(*static_cast<const CNetworkModalData&>(*stored).GetPortImpedance()),
+                               to50, fromZpi), 0);
+    EXPECT_GT(testing_support::MaxAbsDiff(read, fromZpi), 1e-3) << "the definition must matter";
+  }
 }
 
 // DC: a real point at 0 Hz first in the file (at the points' own
