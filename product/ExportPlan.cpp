@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "sparamlib/data/NetworkModalData.h"
+#include "sparamlib/data/NetworkTerminalData.h"
 #include "sparamlib/formats/NetworkDataUtilities.h"
 #include "sparamlib/interp/FxemModalPartitionedSolution.h"
 #include "sparamlib/formats/TouchstoneReader.h"
@@ -110,14 +111,22 @@ bool CopyPoints(CNetworkDataSolution& solution, const std::vector<double>& frequ
 
 // ---- References -------------------------------------------------------------
 
-// Refers every point to `target(point's impedances)`; false when a point
-// cannot be renormalised.
+// Refers a modal point's ports, or a terminal point's terminals, to `z`.
+bool RenormalizePoint(CNetworkData& point, const CVector& z) {
+  if (auto* modal = dynamic_cast<CNetworkModalData*>(&point)) return modal->Renormalize(z);
+  if (auto* terminal = dynamic_cast<CNetworkTerminalData*>(&point)) return terminal->Renormalize(z);
+  return false;
+}
+
+// Refers every point to `target(point's impedances)`; false, with the
+// frequency of the first that cannot be, when a point cannot be
+// renormalised: a file must never state a reference its data do not have.
 template <class Target>
-bool RenormalizeAll(ExportPlan& plan, int n, Target target) {
+bool RenormalizeAll(ExportPlan& plan, int n, Target target, std::string* error) {
   for (const auto& [f, point] : plan.data->GetFrequencyMap()) {
-    auto* modal = dynamic_cast<CNetworkModalData*>(point.get());
-    const CVector* z = modal ? PortImpedances(*modal, n) : nullptr;
-    if (!z || !modal->Renormalize(target(*z))) return false;
+    const CVector* z = PortImpedances(*point, n);
+    if (!z || !RenormalizePoint(*point, target(*z)))
+      return Fail(error, "the point at " + Ghz(f) + " cannot be renormalised");
   }
   return true;
 }
@@ -211,7 +220,8 @@ bool ChooseReference(const ExportRequest& request, int n, ExportPlan& plan, std:
       return Fail(error, "--renorm: the points carry no port impedances, so their data cannot "
                          "be referred to another impedance");
     }
-    RenormalizeAll(plan, n, [&](const CVector&) { return CVector(n, Complex(r, 0.0)); });
+    if (!RenormalizeAll(plan, n, [&](const CVector&) { return CVector(n, Complex(r, 0.0)); }, error))
+      return false;
     plan.reference = r;
     return true;
   }
@@ -240,7 +250,8 @@ bool ChooseReference(const ExportRequest& request, int n, ExportPlan& plan, std:
     return true;
   }
   const double r = nd::kDefaultReferenceOhms;
-  RenormalizeAll(plan, n, [&](const CVector&) { return CVector(n, Complex(r, 0.0)); });
+  if (!RenormalizeAll(plan, n, [&](const CVector&) { return CVector(n, Complex(r, 0.0)); }, error))
+    return false;
   plan.reference = r;
   plan.notes.push_back("the port impedances differ between ports or vary with frequency, and the "
                        "file can state only one reference: the data are renormalised to 50 ohms "

@@ -14,9 +14,11 @@
 #include "product/ExportNetworkDataCmd.h"
 #include "sparamlib/data/DcExtrapolation.h"
 #include "sparamlib/interp/FxemModalSolution.h"
+#include "sparamlib/solution/NetworkTerminalSolution.h"
 #include "sparamlib/solution/Postprocessing.h"
 #include "sparamlib/data/FxemModalData.h"
 #include "sparamlib/data/NetworkConversions.h"
+#include "sparamlib/data/NetworkTerminalData.h"
 #include "sparamlib/data/NetworkTransforms.h"
 #include "support/RandomNetwork.h"
 #include "support/SampleProject.h"
@@ -147,6 +149,37 @@ TEST_F(PostprocessedExport, PostprocessedDataIsWhatExportsWrite) {
   }
   EXPECT_EQ(Text(), before);
   EXPECT_FALSE(nd::GetPostprocessedData(Solution(), 50e9, 0.0, false, &why));
+}
+
+// A terminal solution renormalised for the file: its terminals reach the
+// reference the option line states (never a claim over data left at 50).
+TEST_F(PostprocessedExport, TerminalSolutionsAreRenormalisedBeforeTheyAreClaimed) {
+  auto modal = std::unique_ptr<CNetworkModalSolution>(
+      static_cast<CNetworkModalSolution*>(Solution().Clone().release()));
+  AString error;
+  auto terminal = nd::MakeTerminalSolution(*modal, nullptr, nd::TerminalViewSettings{}, &error);
+  ASSERT_TRUE(terminal) << error;
+  auto reference = std::unique_ptr<CNetworkDataSolution>(terminal->Clone());
+  project = std::make_unique<CProject>();
+  project->AddVariation().AddSolution(std::move(terminal));
+  ExportRequest request;
+  request.output = (dir / "t.s4p").string();
+  request.display = nd::kRealImaginary;
+  request.precision = 15;
+  request.renormalizeTo = 75.0;
+  std::string why;
+  ASSERT_TRUE(CExportNetworkDataCmd().Execute(*project, request, &why)) << why;
+  auto back = sparam::LoadNetworkFile(request.output, &why);
+  ASSERT_TRUE(back) << why;
+  auto got = Only(*back).GetFrequencyMap().begin();
+  for (const auto& [f, point] : reference->GetFrequencyMap()) {
+    auto copy = point->Clone();
+    auto& t = static_cast<CNetworkTerminalData&>(*copy);
+    ASSERT_TRUE(t.Renormalize(TNT::CVector(4, C(75.0))));
+    auto& read = static_cast<CNetworkModalData&>(*(got++)->second);
+    EXPECT_EQ((*read.GetPortImpedance())[0], C(75.0));
+    EXPECT_LE(testing_support::MaxAbsDiff(*read.GetSMatrix(), *t.GetSMatrix()), 1e-12 * testing_support::MaxAbs(*t.GetSMatrix()));
+  }
 }
 
 // --no-postproc writes the points as solved; steps this version cannot apply
