@@ -152,6 +152,15 @@ bool ApplySetup(const CNetworkPostprocSetup& setup, ExportPlan& plan, std::strin
     if (!nd::PostprocessPoint(setup, *modal, &why))
       return Fail(error, "post-processing the point at " + Ghz(f) + ": " + why);
   }
+  if (!setup.IsModal()) {
+    const auto* modal = dynamic_cast<const CNetworkModalSolution*>(plan.data.get());
+    std::string why;
+    std::unique_ptr<CNetworkDataSolution> terminal =
+        modal ? nd::TerminalExport(setup, *modal, &why) : nullptr;
+    if (!terminal) return Fail(error, modal ? why : "the terminal view needs a modal solution");
+    plan.data = std::move(terminal);
+    return true;
+  }
   const std::vector<AString> names = nd::PostprocessedEntryNames(setup, *plan.data);
   for (int k = 0; k < plan.data->GetNumMatrixEntries(); ++k)
     plan.data->GetMatrixEntry(k)->SetModalEntryName(names[static_cast<size_t>(k)]);

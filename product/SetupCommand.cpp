@@ -148,7 +148,7 @@ bool ParsePairs(const std::vector<std::string>& texts, const CNetworkDataSolutio
 
 bool AnyChoice(const SetupOptions& o) {
   return o.clear || !o.renorm.empty() || !o.deembed.empty() || o.lossless || !o.pairs.empty() ||
-         o.matched || o.dc || o.multiplier.has_value() || !o.impedance.empty();
+         o.matched || o.dc || o.multiplier.has_value() || !o.impedance.empty() || o.terminal || o.modal;
 }
 
 using Kind = CNetworkPostprocSetup::ImpedanceKind;
@@ -196,7 +196,8 @@ std::unique_ptr<CNetworkPostprocSetup> BuildSetup(const CNetworkPostprocSetup* o
   } else if (keep && keep->GetDeembedDists() && keep->GetDeembedDists()->dim() == n) {
     dists = *keep->GetDeembedDists();
   }
-  setup->SetPostprocessing(true, renorm ? &renorm->impedances : nullptr, dists ? &*dists : nullptr);
+  const bool isModal = o.terminal ? false : o.modal ? true : keep ? keep->IsModal() : true;
+  setup->SetPostprocessing(isModal, renorm ? &renorm->impedances : nullptr, dists ? &*dists : nullptr);
   if (renorm) setup->SetPortRenormFlags(renorm->flags);
   setup->SetLosslessDeembed(o.deembed.empty() && keep ? keep->GetLosslessDeembed() || o.lossless
                                                       : o.lossless);
@@ -317,6 +318,7 @@ std::vector<std::string> DescribeSetup(const CNetworkPostprocSetup& setup) {
                 (kinds[k] == Kind::Zpv ? "Zpv" : "Zvi");
     if (!text.empty()) lines.push_back("characteristic impedance " + text);
   }
+  if (!setup.IsModal()) lines.push_back("export the terminal view (renormalisation impedances are the terminals' references)");
   if (setup.GetExtrapToDC()) lines.push_back("extrapolate to DC");
   if (setup.GetImpedMultiplier() != 1.0)
     lines.push_back("impedance multiplier " + Number(setup.GetImpedMultiplier()));
@@ -329,6 +331,7 @@ int RunSetup(const SetupOptions& o, std::ostream& out, std::ostream& err) {
     return 1;
   };
   if (!IsProjectFile(o.project)) return fail(o.project + ": expected a project file (.ndp)");
+  if (o.terminal && o.modal) return fail("--terminal and --modal exclude each other");
   // A sweep writing the project would overwrite the setup, or the setup its
   // points: one writer at a time.
   std::string why;

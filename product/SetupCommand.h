@@ -24,6 +24,8 @@ struct SetupOptions {
   bool dc = false;
   std::optional<double> multiplier;
   std::string impedance;               // "Zpv" or "1=Zpv,2=Zvi"
+  bool terminal = false;               // export the terminal view
+  bool modal = false;                  // export the modal view (the default)
   bool clear = false;
 };
 

@@ -223,6 +223,10 @@ int main(int argc, char** argv) {
                            "characteristic-impedance definition the S of a port is referred to: "
                            "Zpi (the solver's), Zpv or Zvi, for every port or per port (1=Zpv,2=Zvi); "
                            "needs a solver that supplies them");
+  setupCommand->add_flag("--terminal", setup.terminal,
+                         "export the terminal view: each port's conductors through its mode-to-terminal "
+                         "transform (USE_STANDARD_MODES=1: odd and even modes for two-conductor ports)");
+  setupCommand->add_flag("--modal", setup.modal, "export the modal view (the default)");
   setupCommand->add_flag("--clear", setup.clear, "forget every earlier choice first");
   setupCommand->callback([&] { status = sparam::RunSetup(setup, std::cout, std::cerr); });
 

@@ -6,7 +6,9 @@
 
 #include "sparamlib/data/DcExtrapolation.h"
 #include "sparamlib/data/FxemModalData.h"
+#include "sparamlib/data/NetworkTerminalData.h"
 #include "sparamlib/data/NetworkTransforms.h"
+#include "sparamlib/solution/NetworkTerminalSolution.h"
 
 namespace nd {
 namespace {
@@ -135,7 +137,9 @@ bool FormPairs(const CNetworkPostprocSetup& setup, CNetworkModalData& point, int
 
 std::vector<std::string> UnappliedPostprocessing(const CNetworkPostprocSetup& setup) {
   std::vector<std::string> steps;
-  if (!setup.IsModal()) steps.push_back("terminal data");
+  if (!setup.IsModal() && setup.GetNumDiffPairs() > 0)
+    steps.push_back("differential pairs in the terminal view");
+  if (!setup.IsModal() && setup.GetExtrapToDC()) steps.push_back("extrapolation to DC in the terminal view");
   if (setup.HasPortCalibration())
     steps.push_back("lumped-port calibration (Lumped port calibration failed: this version has no "
                     "calibration model for lumped ports)");
@@ -148,8 +152,21 @@ bool PostprocessPoint(const CNetworkPostprocSetup& setup, CNetworkModalData& poi
   const int n = s->num_rows();
   if (!ChooseImpedanceKinds(setup, point, n, why)) return false;
   if (setup.GetImpedMultiplier() != 1.0) ScaleImpedance(setup.GetImpedMultiplier(), point);
+  // In the terminal view the renormalisation impedances are the terminals'
+  // references, applied when the terminal view is formed (TerminalExport).
+  if (!setup.IsModal()) return Deembed(setup, point, n, why);
   return Deembed(setup, point, n, why) && Renormalize(setup, point, n, why) &&
          FormPairs(setup, point, n, why);
+}
+
+std::unique_ptr<CNetworkDataSolution> TerminalExport(const CNetworkPostprocSetup& setup,
+                                                     const CNetworkModalSolution& processed,
+                                                     std::string* why) {
+  const CVector* z = setup.DoesRenormalize() ? setup.GetRenormImpeds() : nullptr;
+  AString reason;
+  auto terminal = MakeTerminalSolution(processed, z, ReadTerminalViewSettings(), &reason);
+  if (!terminal) Fail(why, "the terminal view: " + std::string(reason));
+  return terminal;
 }
 
 std::unique_ptr<CNetworkData> GetPostprocessedData(CNetworkDataSolution& solution, double frequency,
@@ -164,6 +181,10 @@ std::unique_ptr<CNetworkData> GetPostprocessedData(CNetworkDataSolution& solutio
   }
   const CNetworkPostprocSetup* setup = solution.GetPostprocSetup();
   if (!setup || !setup->NeedsPostprocessing()) return copy;
+  if (!setup->IsModal()) {
+    Fail(why, "the terminal view is formed for whole solutions (exports), not point by point");
+    return nullptr;
+  }
   const std::vector<std::string> unapplied = UnappliedPostprocessing(*setup);
   if (!unapplied.empty()) {
     Fail(why, "the setup asks for " + unapplied.front() + ", which this version cannot apply");

@@ -21,6 +21,7 @@
 
 #include "sparamlib/data/NetworkModalData.h"
 #include "sparamlib/solution/NetworkDataSolution.h"
+#include "sparamlib/solution/NetworkModalSolution.h"
 #include "sparamlib/solution/NetworkPostprocSetup.h"
 
 namespace nd {
@@ -42,6 +43,15 @@ bool PostprocessPoint(const CNetworkPostprocSetup& setup, CNetworkModalData& poi
 // Null with the reason when there is no point or a step fails.
 std::unique_ptr<CNetworkData> GetPostprocessedData(CNetworkDataSolution& solution, double frequency,
                                                    double tolerance, bool interpolate, std::string* why);
+
+// The terminal view a setup asks for (not modal): the terminal solution of
+// `processed` (points already post-processed by PostprocessPoint, which in
+// this view de-embeds and leaves the references) at the setup's
+// renormalisation impedances as terminal references (50 ohms without).
+// Null with the reason when a point has no terminal view.
+std::unique_ptr<CNetworkDataSolution> TerminalExport(const CNetworkPostprocSetup& setup,
+                                                     const CNetworkModalSolution& processed,
+                                                     std::string* why);
 
 // The entry names after post-processing: pairs' differential and common
 // names at their positions, the solution's own names elsewhere.

@@ -21,6 +21,7 @@
 #include "sparamlib/data/NetworkTerminalData.h"
 #include "sparamlib/data/NetworkTransforms.h"
 #include "support/RandomNetwork.h"
+#include "support/RunSparam.h"
 #include "support/SampleProject.h"
 #include "support/ScratchDir.h"
 
@@ -182,6 +183,56 @@ TEST_F(PostprocessedExport, TerminalSolutionsAreRenormalisedBeforeTheyAreClaimed
   }
 }
 
+// The terminal view of a modal setup: a two-conductor port with odd and
+// even modes (the standard modes) exports as the single-ended terminals the
+// mixed-mode relations give, at the setup's impedances as references.
+TEST_F(PostprocessedExport, TheTerminalViewOfOddAndEvenModes) {
+  auto solution = std::make_unique<CNetworkModalSolution>("Modes");
+  solution->SetSolutionType(CNetworkDataSolution::DiscreteSweep);
+  for (int k = 0; k < 2; ++k) {
+    CMatrixEntry e("P1", k + 1, k);
+    solution->AddMatrixEntry(e);
+  }
+  const TNT::CVector zModes = [] {
+    TNT::CVector z(2, C(0.0));
+    z[0] = C(90.0, 3.0);   // odd (differential) mode
+    z[1] = C(28.0, -1.0);  // even (common) mode
+    return z;
+  }();
+  const auto& source = Solution().GetFrequencyMap();
+  for (auto it = source.begin(); it != source.end(); ++it) {
+    auto point = solution->CreateNetworkData();
+    point->SetFrequency(it->first);
+    TNT::CMatrix s(2, 2);
+    for (int i = 0; i < 2; ++i)
+      for (int j = 0; j < 2; ++j) s[i][j] = (*it->second->GetSMatrix(false))[i][j];
+    point->SetSMatrix(std::make_unique<TNT::CMatrix>(s));
+    static_cast<CNetworkModalData&>(*point).SetPortImpedance(std::make_unique<TNT::CVector>(zModes));
+    solution->AddNetworkData(std::move(point));
+  }
+  auto copy = solution->Clone();
+  project = std::make_unique<CProject>();
+  project->AddVariation().AddSolution(std::move(solution));
+  setup = std::make_unique<CNetworkPostprocSetup>();
+  setup->SetNumPorts(1);
+  setup->SetMatrixSize(2);
+  setup->SetModes({2});
+  const TNT::CVector terminals(2, C(50.0));
+  setup->SetPostprocessing(false, &terminals, nullptr);
+  ::setenv("USE_STANDARD_MODES", "1", 1);
+  std::string why;
+  auto back = ExportAndRead(false, &why);
+  ::unsetenv("USE_STANDARD_MODES");
+  ASSERT_TRUE(back) << why;
+  EXPECT_NE(testing_support::ReadWholeFile(dir / "out.ts").find("! Terminal data exported"), std::string::npos);
+  auto got = Only(*back).GetFrequencyMap().begin();
+  for (const auto& [f, point] : copy->GetFrequencyMap()) {
+    TNT::CMatrix want;
+    ASSERT_EQ(nd::MixedModeToSingleEnded(*point->GetSMatrix(false), zModes, {{0, 1}}, terminals, want), 0);
+    EXPECT_LE(testing_support::MaxAbsDiff(*(got++)->second->GetSMatrix(), want), 1e-12);
+  }
+}
+
 // --no-postproc writes the points as solved; steps this version cannot apply
 // are refused, not skipped.
 TEST_F(PostprocessedExport, RawExportsAndStepsThatCannotBeApplied) {
@@ -196,10 +247,15 @@ TEST_F(PostprocessedExport, RawExportsAndStepsThatCannotBeApplied) {
     EXPECT_LE(testing_support::MaxAbsDiff(*(got++)->second->GetSMatrix(), *p.GetSMatrix()), 1e-12);
   }
   setup->SetModal(false);
+  auto pair = std::make_unique<CFxemDifferentialPair>();
+  pair->SetPosTerminalIndex(0);
+  pair->SetNegTerminalIndex(1);
+  setup->AddDiffPair(std::move(pair));
   fs::remove(dir / "out.ts");
   std::string why;
   EXPECT_FALSE(ExportAndRead(false, &why));
-  EXPECT_NE(why.find("terminal data, which this version cannot apply"), std::string::npos) << why;
+  EXPECT_NE(why.find("differential pairs in the terminal view, which this version cannot apply"),
+            std::string::npos) << why;
   EXPECT_FALSE(fs::exists(dir / "out.ts"));
 }
 
