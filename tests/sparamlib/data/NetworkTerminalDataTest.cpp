@@ -22,7 +22,9 @@ using C = AComplex<double>;
 
 namespace {
 
-CMatrix M(int n, std::initializer_list<C> v) { return CMatrix(n, n, std::span<const C>(v)); }
+CMatrix M(int n, std::initializer_list<C> v) {
+  return CMatrix(n, n, std::span<const C>(v));
+}
 
 CVector V(std::initializer_list<C> v) {
   CVector out(static_cast<int>(v.size()));
@@ -69,8 +71,8 @@ CNetworkModalData Modal(FixedPorts& owner, const CMatrix& s, const CVector& z) {
 }
 
 const CMatrix kGeneral2 = M(2, {C(0.9, 0.1), C(0.4, -0.2), C(-0.3, 0.05), C(1.1, 0.3)});
-const CMatrix kGeneral3 = M(3, {C(1.0), C(0.2, 0.1), C(-0.1), C(0.3, -0.2), C(0.8), C(0.25),
-                                C(0.1), C(-0.4, 0.2), C(1.2, -0.1)});
+const CMatrix kGeneral3 = M(3, {C(1.0), C(0.2, 0.1), C(-0.1), C(0.3, -0.2), C(0.8), C(0.25), C(0.1),
+                                C(-0.4, 0.2), C(1.2, -0.1)});
 
 }  // namespace
 
@@ -93,7 +95,8 @@ TEST(TerminalView, OddEvenPortsGiveTheSingleEndedS) {
     (*tv)[4][4] = C(1.0);
     return tv;
   };
-  CNetworkModalData stored = Modal(owner, s, zm), other = Modal(owner, s, zm), bare = Modal(owner, s, zm);
+  CNetworkModalData stored = Modal(owner, s, zm), other = Modal(owner, s, zm),
+                    bare = Modal(owner, s, zm);
   stored.SetTerminalTransform(transform(nd::StandardModeTransform()));
   other.SetTerminalTransform(transform(kGeneral2));
   const struct {
@@ -101,8 +104,10 @@ TEST(TerminalView, OddEvenPortsGiveTheSingleEndedS) {
     std::vector<int> ports;
     bool standard;
     const CMatrix* expected;  // null: no view
-  } cases[] = {{stored, {2, 2, 1}, false, &expected}, {other, {2, 2, 1}, true, &expected},
-               {bare, {2, 2, 1}, true, &expected},    {bare, {2, 2, 1}, false, nullptr},
+  } cases[] = {{stored, {2, 2, 1}, false, &expected},
+               {other, {2, 2, 1}, true, &expected},
+               {bare, {2, 2, 1}, true, &expected},
+               {bare, {2, 2, 1}, false, nullptr},
                {bare, {}, false, &renormalised}};
   for (const auto& c : cases) {
     const auto view = nd::TerminalView(c.point, c.ports, &zt, {c.standard, false});
@@ -124,14 +129,14 @@ TEST(TerminalView, ThruWithoutZTheImpedanceCongruenceAndRefusals) {
   FixedPorts four(4), five(5);
   const C o(0.0), l(1.0);
   const CMatrix thru = M(4, {o, o, l, o, o, o, o, l, l, o, o, o, o, l, o, o});
-  const auto tv4 = nd::TerminalView(Modal(four, thru, V({100, 25, 100, 25})),
-                                    {2, 2}, nullptr, {true, false});
+  const auto tv4 =
+      nd::TerminalView(Modal(four, thru, V({100, 25, 100, 25})), {2, 2}, nullptr, {true, false});
   EXPECT_LT(MaxAbsDiff(*tv4->GetSMatrix(false), thru), 1e-15);
   EXPECT_EQ((*tv4->GetTerminalImpedance())[3], C(50.0));  // the default reference
 
   std::mt19937_64 rng(5);
-  CNetworkModalData general = Modal(five, testing_support::RandomS(5, rng),
-                                    testing_support::RandomImpedances(5, rng));
+  CNetworkModalData general =
+      Modal(five, testing_support::RandomS(5, rng), testing_support::RandomImpedances(5, rng));
   CMatrix tv(5, 5);
   Put(tv, 0, kGeneral2);
   Put(tv, 2, kGeneral3);
@@ -139,7 +144,8 @@ TEST(TerminalView, ThruWithoutZTheImpedanceCongruenceAndRefusals) {
   const CVector zt = testing_support::RandomImpedances(5, rng);
   const auto view = nd::TerminalView(general, {2, 3}, &zt, {});
   const CMatrix zExpected = Mul(Mul(tv, *general.GetZMatrix(true)), T(tv));
-  EXPECT_LT(MaxAbsDiff(*view->GetZMatrix(true), zExpected), 1e-12 * testing_support::MaxAbs(zExpected));
+  EXPECT_LT(MaxAbsDiff(*view->GetZMatrix(true), zExpected),
+            1e-12 * testing_support::MaxAbs(zExpected));
 
   CNetworkModalData zOnly(&five, 1e9);
   zOnly.SetZMatrix(std::make_unique<CMatrix>(*general.GetZMatrix(true)));
@@ -219,8 +225,8 @@ TEST(TerminalView, LineMatricesAndTheModesBack) {
 }
 
 TEST(TerminalViewSettings, OnlyTheValueOneSwitchesOn) {
-  const std::pair<const char*, bool> cases[] = {
-      {nullptr, false}, {"1", true}, {" 1\t", true}, {"0", false}, {"", false}, {"11", false}};
+  const std::pair<const char*, bool> cases[] = {{nullptr, false}, {"1", true}, {" 1\t", true},
+                                                {"0", false},     {"", false}, {"11", false}};
   for (const auto& [value, on] : cases) {
     for (const char* name : {"USE_STANDARD_MODES", "VIEW_TERMINAL_GAMMA_MATRIX"}) {
       ::unsetenv("USE_STANDARD_MODES");
@@ -255,7 +261,8 @@ TEST(NetworkTerminalData, ReferencesAndStoredForm) {
   EXPECT_LT(MaxAbsDiff(*p.GetZMatrix(true), zExpected), 1e-10);
 
   p.SetCharacteristicImpedance(std::make_unique<CMatrix>(testing_support::RandomS(2, rng)));
-  p.SetGammaMatrix(std::make_unique<CMatrix>(M(2, {C(1.0 / 3, 40.1), C(-0.0, 4.9e-324), 0.1, C(0.7, 1e300)})));
+  p.SetGammaMatrix(
+      std::make_unique<CMatrix>(M(2, {C(1.0 / 3, 40.1), C(-0.0, 4.9e-324), 0.1, C(0.7, 1e300)})));
   io::CBlock block("DataPoint");
   ASSERT_TRUE(p.WriteToBlock(block));
   std::vector<std::string> keys;
@@ -283,7 +290,8 @@ TEST(NetworkTerminalData, ReferencesAndStoredForm) {
   const size_t begin = text.find("TerminalImpedance {");
   const std::string vector = text.substr(begin, text.find("} TerminalImpedance") + 19 - begin);
   const std::string cases[][3] = {
-      {"TerminalImpedance {\n    n = 2", "TerminalImpedance {\n    n = 3", "expected \"n\" = 2, found 3"},
+      {"TerminalImpedance {\n    n = 2", "TerminalImpedance {\n    n = 3",
+       "expected \"n\" = 2, found 3"},
       {"CharacteristicImpedance {\n    m = 2", "CharacteristicImpedance {\n    m = 3",
        "expected a 2 x 2 matrix, found 3 x 2"},
       {vector, "TerminalImpedance = 1", "expected a vector block"},

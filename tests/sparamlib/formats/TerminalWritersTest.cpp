@@ -37,8 +37,8 @@ std::unique_ptr<CNetworkTerminalSolution> TwoTerminals() {
 }
 
 std::string Written(const std::function<void(const std::filesystem::path&)>& write) {
-  const auto path = std::filesystem::temp_directory_path() /
-                    ("sparamlib_terminal_" + std::to_string(::getpid()));
+  const auto path =
+      std::filesystem::temp_directory_path() / ("sparamlib_terminal_" + std::to_string(::getpid()));
   write(path);
   std::ifstream in(path);
   std::string file(std::istreambuf_iterator<char>(in), {});

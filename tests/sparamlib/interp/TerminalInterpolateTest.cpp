@@ -46,8 +46,9 @@ std::unique_ptr<CNetworkTerminalSolution> Sampled(const std::vector<double>& ghz
 }  // namespace
 
 TEST(TerminalInterpolate, NevilleAndBarycentricReproduceTheSampledData) {
-  for (const auto type : {CNetworkDataSolution::DiscreteSweep, CNetworkDataSolution::InterpolateNeville,
-                          CNetworkDataSolution::InterpolateBRI}) {
+  for (const auto type :
+       {CNetworkDataSolution::DiscreteSweep, CNetworkDataSolution::InterpolateNeville,
+        CNetworkDataSolution::InterpolateBRI}) {
     auto s = Sampled({1, 1.5, 2, 3, 4, 5});
     s->SetSolutionType(type);
     if (type == CNetworkDataSolution::InterpolateBRI) s->SetBRIWeights(nd::ComputeBRIWeights(*s));
@@ -61,7 +62,8 @@ TEST(TerminalInterpolate, NevilleAndBarycentricReproduceTheSampledData) {
         EXPECT_LT(abs(p->GetGammaMatrix()->data()[k] - Quadratic(g, k, 0.2)), 1e-9);
       }
       // Constant references stay bit for bit; the changing one follows g.
-      EXPECT_TRUE((*p->GetTerminalImpedance())[0] == C(50.0) && (*p->GetTerminalImpedance())[1] == C(50.0));
+      EXPECT_TRUE((*p->GetTerminalImpedance())[0] == C(50.0) &&
+                  (*p->GetTerminalImpedance())[1] == C(50.0));
       EXPECT_LT(abs((*p->GetTerminalImpedance())[2] - C(30.0 + g * g, -g)), 1e-9);
     }
     EXPECT_EQ(s->GetInterpolatedMap().size(), 4u) << type;
@@ -72,8 +74,10 @@ TEST(TerminalInterpolate, NevilleAndBarycentricReproduceTheSampledData) {
   two->SetSolutionType(CNetworkDataSolution::InterpolateNeville);
   EXPECT_EQ(two->GetNetworkData(1.5e9, 0.0, true), nullptr);
   auto bare = Sampled({1, 2, 3, 4});
-  static_cast<CNetworkTerminalData*>(bare->GetNetworkData(3e9, 0.0, false))->SetTerminalImpedance(nullptr);
-  for (const auto type : {CNetworkDataSolution::InterpolateNeville, CNetworkDataSolution::InterpolateBRI}) {
+  static_cast<CNetworkTerminalData*>(bare->GetNetworkData(3e9, 0.0, false))
+      ->SetTerminalImpedance(nullptr);
+  for (const auto type :
+       {CNetworkDataSolution::InterpolateNeville, CNetworkDataSolution::InterpolateBRI}) {
     bare->SetSolutionType(type);
     bare->SetBRIWeights(nd::ComputeBRIWeights(*bare));
     EXPECT_EQ(bare->GetNetworkData(2.5e9, 0.0, true), nullptr) << type;

@@ -67,7 +67,8 @@ TEST(NetworkTerminalSolution, MadeFromAModalSolutionPortByPort) {
     auto* got = dynamic_cast<CNetworkTerminalData*>(terminal->GetNetworkData(f, 0.0, false));
     ASSERT_TRUE(got && expected);
     EXPECT_EQ(got->GetOwner(), terminal.get());
-    EXPECT_EQ(testing_support::MaxAbsDiff(*got->GetSMatrix(false), *expected->GetSMatrix(false)), 0.0);
+    EXPECT_EQ(testing_support::MaxAbsDiff(*got->GetSMatrix(false), *expected->GetSMatrix(false)),
+              0.0);
   }
   const auto copy = terminal->Clone();  // deep, its points its own
   EXPECT_EQ(copy->GetObjectType(), CNetworkDataSolution::Terminal);
@@ -76,7 +77,8 @@ TEST(NetworkTerminalSolution, MadeFromAModalSolutionPortByPort) {
 
   // One point loses its transform: its pair has no terminals, so the whole
   // solution has no terminal view, unless the standard modes stand in.
-  static_cast<CNetworkModalData*>(modal->GetNetworkData(2e9, 0.0, false))->SetTerminalTransform(nullptr);
+  static_cast<CNetworkModalData*>(modal->GetNetworkData(2e9, 0.0, false))
+      ->SetTerminalTransform(nullptr);
   EXPECT_EQ(nd::MakeTerminalSolution(*modal, nullptr, {}, &why), nullptr);
   EXPECT_NE(why.find("2000000000 Hz has no terminal view"), std::string::npos) << why;
   EXPECT_NE(nd::MakeTerminalSolution(*modal, nullptr, {true, false}, &why), nullptr);
