@@ -89,8 +89,8 @@ int ReadOptionalMatrix(const io::CBlock& block, const char* key, std::unique_ptr
   if (!item->HasReadError()) {
     int rows = 0, cols = 0;
     nd::StoredMatrixSize(*item, rows, cols);
-    item->ReportReadError(r, -1, AString::Format("expected a %d x %d matrix, found %d x %d", n, n,
-                                                 rows, cols));
+    item->ReportReadError(
+        r, -1, AString::Format("expected a %d x %d matrix, found %d x %d", n, n, rows, cols));
   }
   m.reset();
   return r;
@@ -231,7 +231,8 @@ int CNetworkTerminalData::ReadFromBlock(const io::CBlock& block) {
     }
     DropDerivedMatrices();
   }
-  if (const int r = ReadOptionalMatrix(block, "CharacteristicImpedance", m_CharacteristicImpedance, n);
+  if (const int r =
+          ReadOptionalMatrix(block, "CharacteristicImpedance", m_CharacteristicImpedance, n);
       r != io::kReadOk)
     return r;
   if (const int r = ReadOptionalMatrix(block, "GammaMatrix", m_GammaMatrix, n); r != io::kReadOk)
@@ -240,7 +241,8 @@ int CNetworkTerminalData::ReadFromBlock(const io::CBlock& block) {
   // Reference impedances or line matrices that are not numbers cannot be
   // converted, interpolated or written.
   const bool finite =
-      (!m_TerminalImpedance || AllFinite(m_TerminalImpedance->data(), m_TerminalImpedance->size())) &&
+      (!m_TerminalImpedance ||
+       AllFinite(m_TerminalImpedance->data(), m_TerminalImpedance->size())) &&
       (!m_CharacteristicImpedance ||
        AllFinite(m_CharacteristicImpedance->data(), m_CharacteristicImpedance->size())) &&
       (!m_GammaMatrix || AllFinite(m_GammaMatrix->data(), m_GammaMatrix->size()));
@@ -330,8 +332,8 @@ int TerminalTransform(const CMatrix* stored, int n, const std::vector<int>& mode
 int ModalToTerminalS(const CMatrix& sModal, const CVector& zModal, const CMatrix& tv,
                      const CVector& zTerminal, CMatrix& out) {
   const int n = sModal.num_rows();
-  const bool valid = n > 0 && sModal.num_cols() == n && tv.num_rows() == n &&
-                     tv.num_cols() == n && zModal.size() >= n && zTerminal.size() >= n;
+  const bool valid = n > 0 && sModal.num_cols() == n && tv.num_rows() == n && tv.num_cols() == n &&
+                     zModal.size() >= n && zTerminal.size() >= n;
   ASSERT(valid);
   if (!valid) {
     out = CMatrix(std::max(n, 0), std::max(n, 0));
@@ -485,8 +487,7 @@ int ModesFromTerminalGamma(const CMatrix& gammaT, const std::vector<int>& termin
 
 int ModalImpedancesFromTerminal(const CMatrix& z0t, const CMatrix& tv, CVector& zModal) {
   const int n = tv.num_rows();
-  if (n < 1 || tv.num_cols() != n || z0t.num_rows() != n || z0t.num_cols() != n)
-    return kShapeError;
+  if (n < 1 || tv.num_cols() != n || z0t.num_rows() != n || z0t.num_cols() != n) return kShapeError;
   // T_V^-1 Z0_t T_V^-T = T_I^T Z0_t T_I.
   CMatrix ti;
   if (const int status = CurrentTransform(tv, ti); status != 0) return status;

@@ -119,8 +119,8 @@ int TerminalTransform(const TNT::CMatrix* stored, int n, const std::vector<int>&
 // so networks without Z or Y transform too. Returns 0, 2 for inconsistent
 // sizes, or the linear solve's status (1 singular T_V or A + B); on failure
 // `out` is the zero matrix.
-int ModalToTerminalS(const TNT::CMatrix& sModal, const TNT::CVector& zModal,
-                     const TNT::CMatrix& tv, const TNT::CVector& zTerminal, TNT::CMatrix& out);
+int ModalToTerminalS(const TNT::CMatrix& sModal, const TNT::CVector& zModal, const TNT::CMatrix& tv,
+                     const TNT::CVector& zTerminal, TNT::CMatrix& out);
 
 // The terminal view of a modal point (see docs/terminal.md): S through
 // ModalToTerminalS at `terminalImpedances` (null: 50 ohms each), or, for a

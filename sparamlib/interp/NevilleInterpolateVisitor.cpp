@@ -163,7 +163,8 @@ bool TerminalStencil(CNetworkTerminalSolution& solution, double f, Stencil& out)
   const auto& map = solution.GetFrequencyMap();
   if (map.size() < 3) return false;
   auto mid = map.lower_bound(f);
-  if (mid == map.end() || (mid != map.begin() && f - std::prev(mid)->first <= mid->first - f)) --mid;
+  if (mid == map.end() || (mid != map.begin() && f - std::prev(mid)->first <= mid->first - f))
+    --mid;
   if (mid == map.begin()) ++mid;
   if (std::next(mid) == map.end()) --mid;
   const auto below = std::prev(mid), above = std::next(mid);

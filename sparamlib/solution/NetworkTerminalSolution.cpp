@@ -50,8 +50,8 @@ std::unique_ptr<CNetworkTerminalSolution> MakeTerminalSolution(
     for (int t = 1; t <= count; ++t, ++index) {
       const CMatrixEntry& from = *modal.GetMatrixEntry(index);
       CMatrixEntry entry(from.GetPortName(), t, index);
-      const AString name =
-          from.GetTerminalName().empty() ? AString("T" + std::to_string(t)) : from.GetTerminalName();
+      const AString name = from.GetTerminalName().empty() ? AString("T" + std::to_string(t))
+                                                          : from.GetTerminalName();
       entry.SetTerminalName(name);
       entry.SetTerminalEntryName(from.GetTerminalEntryName().empty()
                                      ? AString(from.GetPortName() + ":" + name)
