@@ -10,16 +10,14 @@
 // the sanitizer itself refuses absurd allocation sizes.
 #pragma once
 
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <exception>
 #include <functional>
-#include <new>
 #include <string>
+
+#include "support/ChildProcess.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define SPARAMLIB_TEST_ASAN 1
@@ -43,50 +41,17 @@ inline size_t AddressSpaceBytes() {
 
 inline std::string RunWithMemoryLimit(size_t bytes, const std::function<std::string()>& body,
                                       unsigned seconds = 30) {
-  int fds[2];
-  if (::pipe(fds) != 0) return "pipe failed";
-  const pid_t pid = ::fork();
-  if (pid < 0) return "fork failed";
-  if (pid == 0) {
-    ::close(fds[0]);
-    ::alarm(seconds);
+  return RunInChild(
+      [bytes] {
 #ifndef SPARAMLIB_TEST_ASAN
-    const rlim_t limit = AddressSpaceBytes() + bytes;
-    const rlimit as{limit, limit};
-    ::setrlimit(RLIMIT_AS, &as);
+        const rlim_t limit = AddressSpaceBytes() + bytes;
+        const rlimit as{limit, limit};
+        ::setrlimit(RLIMIT_AS, &as);
 #else
-    (void)bytes;
+        (void)bytes;
 #endif
-    std::string result;
-    try {
-      result = body();
-    } catch (const std::bad_alloc&) {
-      result = "[std::bad_alloc]";
-    } catch (const std::exception& e) {
-      result = std::string("[exception: ") + e.what() + "]";
-    }
-    size_t done = 0;
-    while (done < result.size()) {
-      const ssize_t n = ::write(fds[1], result.data() + done, result.size() - done);
-      if (n <= 0) break;
-      done += static_cast<size_t>(n);
-    }
-    ::_exit(0);
-  }
-  ::close(fds[1]);
-  std::string out;
-  char buf[4096];
-  for (ssize_t n; (n = ::read(fds[0], buf, sizeof buf)) > 0;) out.append(buf, static_cast<size_t>(n));
-  ::close(fds[0]);
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  if (WIFSIGNALED(status)) {
-    out += WTERMSIG(status) == SIGALRM ? " [child ran out of time]"
-                                       : " [child died of signal " + std::to_string(WTERMSIG(status)) + "]";
-  } else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-    out += " [child exited with " + std::to_string(WEXITSTATUS(status)) + "]";
-  }
-  return out;
+      },
+      body, seconds);
 }
 
 }  // namespace testing_support
